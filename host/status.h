@@ -1,0 +1,29 @@
+// The system's own status codes.
+#pragma once
+
+#include <windows.h>
+
+constexpr HRESULT VN_E_SERVER_LOGIN_CANCELLED = static_cast<HRESULT>(0x80040201);
+constexpr HRESULT VN_E_NOT_CONNECTED = static_cast<HRESULT>(0x80040202);
+constexpr HRESULT VN_E_CONNECTION_LOST = static_cast<HRESULT>(0x80040203);
+constexpr HRESULT VN_E_PROXY_LOGIN_CANCELLED = static_cast<HRESULT>(0x80040204);
+constexpr HRESULT VN_E_BAD_URL = static_cast<HRESULT>(0x80040205);
+constexpr HRESULT VN_E_BAD_VERB = static_cast<HRESULT>(0x80040206);
+constexpr HRESULT VN_E_REQUEST_LOCKED = static_cast<HRESULT>(0x80040207);
+constexpr HRESULT VN_E_DIAL_CANCELLED = static_cast<HRESULT>(0x80040208);
+constexpr HRESULT VN_E_DIAL_FAILED = static_cast<HRESULT>(0x80040209);
+constexpr HRESULT VN_E_HANGUP_FAILED = static_cast<HRESULT>(0x8004020A);
+constexpr HRESULT VN_E_WPAD_NOT_FOUND = static_cast<HRESULT>(0x8004020B);
+constexpr HRESULT VN_E_SCRIPT_DOWNLOAD_FAILED = static_cast<HRESULT>(0x8004020C);
+constexpr HRESULT VN_E_BAD_SCRIPT_ANSWER = static_cast<HRESULT>(0x8004020D);
+constexpr HRESULT VN_E_SCRIPT_INIT_FAILED = static_cast<HRESULT>(0x8004020E);
+constexpr HRESULT VN_E_TIMEOUT = static_cast<HRESULT>(0x8004020F);
+constexpr HRESULT VN_E_CONFIG_XML = static_cast<HRESULT>(0x80040210);
+constexpr HRESULT VN_E_STREAM_NOT_READABLE = static_cast<HRESULT>(0x80040211);
+constexpr HRESULT VN_E_STREAM_NOT_WRITABLE = static_cast<HRESULT>(0x80040212);
+constexpr HRESULT VN_E_NOT_AVAILABLE = static_cast<HRESULT>(0x80040214);
+constexpr HRESULT VN_E_STREAM_BROKEN = static_cast<HRESULT>(0x80040216);
+constexpr HRESULT VN_E_CERT_BAD_CA = static_cast<HRESULT>(0x80040217);
+constexpr HRESULT VN_E_CERT_BAD_NAME = static_cast<HRESULT>(0x80040218);
+constexpr HRESULT VN_E_CERT_EXPIRED = static_cast<HRESULT>(0x80040219);
+constexpr HRESULT VN_E_READ_TIMEOUT = static_cast<HRESULT>(0x8004021A);
