@@ -4,9 +4,10 @@
 #include <shlobj.h>
 #include <shlwapi.h>
 
+#include <share.h>
+
 #include <cstdarg>
 #include <cstdio>
-#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <fstream>
@@ -146,15 +147,14 @@ std::string FormatWithoutArguments(const std::string& message)
             ++j;
         while (j < message.size() && (std::isdigit(static_cast<unsigned char>(message[j])) || message[j] == '.'))
             ++j;
+        // The length modifier is dropped: the stand-in argument has a fixed type.
+        const size_t lengthStart = j;
         while (j < message.size() && std::strchr("hlLqjztwI0123456789", message[j]))
             ++j;
         if (j >= message.size())
             break;  // a trailing lone '%' prints nothing
         const char type = message[j];
-        std::string spec = message.substr(i, j - i);
-        spec.erase(std::remove_if(spec.begin() + 1, spec.end(),
-                                  [](char c) { return std::strchr("hlLqjztwI", c) != nullptr; }),
-                   spec.end());
+        const std::string spec = message.substr(i, lengthStart - i);
         char buf[128] = {};
         switch (type) {
         case '%': out += '%'; break;

@@ -3,6 +3,8 @@
 // fail towards the caller.
 #pragma once
 
+#include <windows.h>
+
 #include <string>
 
 // Writes one entry.
@@ -40,7 +42,7 @@ constexpr const char* kInfoStatus = "Info about method [%s]. Message: %s Status:
 std::string FormatWithoutArguments(const std::string& message);
 
 // Builds one entry's text (without the line end) for the given time.
-std::string BuildEntry(const struct _SYSTEMTIME& time, unsigned long pid, unsigned long tid,
+std::string BuildEntry(const SYSTEMTIME& time, unsigned long pid, unsigned long tid,
                        const std::string& message);
 
 }  // namespace vn_log

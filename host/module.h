@@ -72,6 +72,9 @@ private:
     bool IsServiceInstalled();
     HRESULT InsideShutdown();
     HRESULT InitializeCom();
+    void ServiceMainBody();
+    void HandleControl(DWORD code);
+    void SetServiceState(DWORD state);
 
     std::atomic<LONG> m_nLockCnt{0};
     IGlobalInterfaceTable* m_pGIT = nullptr;
@@ -95,6 +98,15 @@ private:
     DWORD m_dwClassRegister = 0;
     std::atomic<LONG> m_serviceState{SERVICE_STOPPED};
 };
+
+// Asks the service manager to stop the named service; logs a refusal.
+bool StopService(const char* name);
+
+// The id of another process whose image name is exactly `name`, or 0.
+DWORD GetListProcess(const char* name);
+
+// The class object of the root object, for tests and the module.
+IClassFactory* GetRootClassFactory();
 
 // The module of this process.
 CVnLinkhostModule& Module();

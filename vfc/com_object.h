@@ -79,6 +79,10 @@ public:
         return left;
     }
 
+    // The count alone, for wrappers that decide themselves when to delete.
+    ULONG InternalAddRef() noexcept { return ++m_cRef; }
+    ULONG InternalRelease() noexcept { return --m_cRef; }
+
     IUnknown* GetUnknown() noexcept { return static_cast<First*>(static_cast<Derived*>(this)); }
 
     // Creates an object with one reference for the caller and runs FinalConstruct.

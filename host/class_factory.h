@@ -1,0 +1,115 @@
+// The class object of the server: a factory that hands every client the one
+// live root object, without holding a reference of its own (a weak singleton).
+#pragma once
+
+#include <windows.h>
+#include <unknwn.h>
+
+#include <new>
+
+#include "vfc/critical_section.h"
+#include "vfc/module_lock.h"
+
+// T with a Release that runs under the factory's lock: the count falls and the
+// factory's pointer is cleared in one step, so a client that arrives while the
+// last one leaves either gets the old object with a fresh reference or builds
+// a new one.
+template <typename T>
+class CComObjectPh : public T {
+public:
+    CComObjectPh(T** slot, vfc::TCriticalSection* lock) : m_ppSlot(slot), m_pLock(lock) {}
+
+    STDMETHODIMP_(ULONG) Release() override
+    {
+        m_pLock->Enter();
+        const ULONG left = this->InternalRelease();
+        bool destroy = false;
+        if (left == 0 && *m_ppSlot) {
+            *m_ppSlot = nullptr;
+            destroy = true;
+        }
+        m_pLock->Leave();
+        if (destroy) {
+            this->InternalAddRef();  // a stable count while FinalRelease runs
+            this->FinalRelease();
+            delete this;
+        }
+        return left;
+    }
+
+private:
+    T** m_ppSlot;
+    vfc::TCriticalSection* m_pLock;
+};
+
+template <typename T>
+class CComClassFactoryPhSingleton : public IClassFactory {
+public:
+    CComClassFactoryPhSingleton() = default;
+    virtual ~CComClassFactoryPhSingleton() = default;
+
+    // The class object does not count as a lock on the process.
+    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
+    {
+        if (!ppv)
+            return E_POINTER;
+        if (iid == IID_IUnknown || iid == IID_IClassFactory) {
+            *ppv = static_cast<IClassFactory*>(this);
+            return S_OK;
+        }
+        *ppv = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+
+    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
+    {
+        if (!ppv)
+            return S_OK;
+        *ppv = nullptr;
+        if (outer)
+            return CLASS_E_NOAGGREGATION;
+        vfc::TLock lock(m_lock);
+        HRESULT hr = S_OK;
+        const bool created = !m_pObject;
+        if (created) {
+            auto* obj = new (std::nothrow) CComObjectPh<T>(&m_pObject, &m_lock);
+            if (!obj)
+                return E_OUTOFMEMORY;
+            obj->InternalAddRef();
+            hr = obj->FinalConstruct();
+            obj->InternalRelease();
+            if (FAILED(hr)) {
+                delete obj;
+                return hr;
+            }
+            m_pObject = obj;
+        }
+        hr = m_pObject->QueryInterface(iid, ppv);
+        if (FAILED(hr) && created) {
+            // Nobody holds the new object: undo it rather than leave it live at count 0.
+            T* obj = m_pObject;
+            m_pObject = nullptr;
+            obj->InternalAddRef();
+            obj->FinalRelease();
+            delete obj;
+        }
+        return hr;
+    }
+    STDMETHODIMP LockServer(BOOL lock) override
+    {
+        if (lock)
+            vfc::ModuleLock();
+        else
+            vfc::ModuleUnlock();
+        return S_OK;
+    }
+
+    // The live object, or null. For tests and the module's own use.
+    T* LiveObject() const { return m_pObject; }
+
+private:
+    vfc::TCriticalSection m_lock;
+    T* m_pObject = nullptr;  // uncounted
+};

@@ -1,0 +1,47 @@
+// The class object of the server and the configure role's private root object.
+#include "host/class_factory.h"
+#include "host/module.h"
+#include "host/root_object.h"
+#include "vfc/com_ptr.h"
+
+namespace {
+
+CComClassFactoryPhSingleton<CVnLinkhostObject>& ClassFactory()
+{
+    static CComClassFactoryPhSingleton<CVnLinkhostObject> factory;
+    return factory;
+}
+
+}  // namespace
+
+IClassFactory* GetRootClassFactory() { return &ClassFactory(); }
+
+HRESULT CVnLinkhostModule::RegisterClassObjects()
+{
+    return ::CoRegisterClassObject(CLSID_VnLinkhostObject, &ClassFactory(), CLSCTX_LOCAL_SERVER,
+                                   REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED, &m_dwClassRegister);
+}
+
+HRESULT CVnLinkhostModule::RevokeClassObjects()
+{
+    if (!m_dwClassRegister)
+        return S_OK;
+    HRESULT hr = ::CoRevokeClassObject(m_dwClassRegister);
+    m_dwClassRegister = 0;
+    return hr;
+}
+
+HRESULT CVnLinkhostModule::ConfigureHost()
+{
+    // A private root object of this process alone, outside the class object.
+    CVnLinkhostObject* raw = nullptr;
+    HRESULT hr = CVnLinkhostObject::Create(&raw);
+    if (FAILED(hr))
+        return hr;
+    vfc::TComPtr<CVnLinkhostObject> host;
+    host.attach(raw);
+    hr = host->ShowConfigurationDialog(0);
+    m_dwTimeOut = 0;
+    m_dwPause = 0;
+    return hr;
+}

@@ -1,0 +1,186 @@
+#include "host/root_object.h"
+
+#include <cstring>
+
+#include "host/log.h"
+#include "host/module.h"
+#include "host/version_info.h"
+#include "settings/config_keys.h"
+#include "vfc/bstr.h"
+#include "vfc/text.h"
+
+namespace {
+
+bool GuidLess(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) < 0; }
+
+HRESULT ToBstr(const std::wstring& text, BSTR* out)
+{
+    *out = ::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+    return *out ? S_OK : E_OUTOFMEMORY;
+}
+
+}  // namespace
+
+CVnLinkhostObject::CVnLinkhostObject() : m_extensions(GuidLess)
+{
+    vfc::TVariant query(L"Version"), version;
+    HRESULT hr = GetInfo(*query, version.get());
+    if (FAILED(hr))
+        LogLine(vn_log::kErrorHex, "CVnLinkhostObject::CVnLinkhostObject", "GetInfo fail to get VnLinkhost Version.",
+                static_cast<unsigned>(hr));
+    std::string text = version->vt == VT_BSTR ? vfc::Narrow(version->bstrVal, ::SysStringLen(version->bstrVal)) : "";
+    LogLine("VnLinkhost version %s starting up", text.c_str());
+
+    m_pConfigurationData.reset(new CConfigData);
+    m_pConfigurationData->SetDefaults();
+
+    m_bExtensionsClosed = false;
+    Module().SetEventHandler(nullptr);
+}
+
+CVnLinkhostObject::~CVnLinkhostObject() = default;
+
+HRESULT CVnLinkhostObject::FinalConstruct()
+{
+    m_bExtensionsClosed = true;
+    Module().SetEventHandler(this);
+    return S_OK;
+}
+
+void CVnLinkhostObject::FinalRelease()
+{
+    vfc::TVariant parameter(1L);
+    VnLinkhostEventResult result = static_cast<VnLinkhostEventResult>(0);
+    OnEvent(static_cast<VnLinkhostEventType>(2), *parameter, &result);
+    Module().SetEventHandler(nullptr);
+    m_pConfigurationData.reset();
+}
+
+STDMETHODIMP CVnLinkhostObject::GetInfo(VARIANT query, VARIANT* result)
+{
+    if (!result)
+        return E_POINTER;
+    vfc::TVariant copy;
+    HRESULT hr = ::VariantCopy(copy.get(), &query);
+    if (FAILED(hr))
+        return hr;
+    // Compared as text, exactly: "version" is another query.
+    bool isVersion = false;
+    if (SUCCEEDED(::VariantChangeType(copy.get(), copy.get(), 0, VT_BSTR)) && copy->bstrVal)
+        isVersion = std::wstring(copy->bstrVal, ::SysStringLen(copy->bstrVal)) == L"Version";
+    if (!isVersion) {
+        ::VariantClear(result);
+        return S_OK;
+    }
+    std::string version;
+    hr = CVnVersionInfo().GetFileVersion(version);
+    if (hr != S_OK) {
+        LogLine(vn_log::kErrorHex, "CVnLinkhostObject::GetInfo", "CVnVersionInfo::GetFileVersion failed.",
+                static_cast<unsigned>(hr));
+        return S_FALSE;
+    }
+    vfc::TVariant answer(vfc::Widen(version).c_str());
+    ::VariantClear(result);
+    answer.detach_to(result);
+    return S_OK;
+}
+
+STDMETHODIMP CVnLinkhostObject::GetConfigurationValue(BSTR name, BSTR* value)
+{
+    if (!value)
+        return E_POINTER;
+    *value = nullptr;
+    if (!m_pConfigurationData)
+        return E_POINTER;
+    std::wstring text;
+    HRESULT hr = vn_config::GetValue(*m_pConfigurationData, std::wstring(name ? name : L"", ::SysStringLen(name)), text);
+    if (hr != S_OK)
+        return hr;
+    return ToBstr(text, value);
+}
+
+STDMETHODIMP CVnLinkhostObject::SetConfigurationValue(BSTR name, BSTR value)
+{
+    if (!m_pConfigurationData)
+        return E_POINTER;
+    return vn_config::SetValue(*m_pConfigurationData, std::wstring(name ? name : L"", ::SysStringLen(name)),
+                               std::wstring(value ? value : L"", ::SysStringLen(value)));
+}
+
+STDMETHODIMP CVnLinkhostObject::CheckShutdown(VARIANT_BOOL* inUse)
+{
+    LogLine("INFO: CVnLinkhostObject::CheckShutdown executing...");
+    // From now on the process ends as soon as the last reference goes.
+    Module().SetIdleTimeout(0);
+    Module().SetPause(0);
+    if (inUse)
+        *inUse = Module().GetLockCount() > 0 ? VARIANT_TRUE : VARIANT_FALSE;
+    return S_OK;
+}
+
+STDMETHODIMP CVnLinkhostObject::GetExtensionInterface(const GUID* iid, IUnknown** extension)
+{
+    if (!iid || !extension)
+        return E_POINTER;
+    *extension = nullptr;
+    vfc::TLock lock(m_csExtension);
+    auto it = m_extensions.find(*iid);
+    if (it == m_extensions.end())
+        return E_POINTER;
+    HRESULT hr = it->second.query_to(*iid, reinterpret_cast<void**>(extension));
+    return FAILED(hr) ? hr : S_OK;
+}
+
+STDMETHODIMP CVnLinkhostObject::OnEvent(VnLinkhostEventType type, VARIANT parameter, VnLinkhostEventResult* result)
+{
+    return FanOutEvent(m_eventSinks, static_cast<LONG>(type), parameter, result);
+}
+
+HRESULT CVnLinkhostObject::AddEventSink(IVnLinkhostEventSink* sink)
+{
+    if (m_bExtensionsClosed)
+        return E_UNEXPECTED;
+    try {
+        m_eventSinks.emplace_back(sink);
+    } catch (...) {
+        return S_FALSE;
+    }
+    return S_OK;
+}
+
+HRESULT CVnLinkhostObject::AddExtensionInterface(const GUID* id, IUnknown* object)
+{
+    if (m_bExtensionsClosed)
+        return E_UNEXPECTED;
+    if (!id)
+        return E_INVALIDARG;
+    vfc::TLock lock(m_csExtension);
+    if (m_extensions.count(*id))
+        return E_INVALIDARG;
+    try {
+        m_extensions.emplace(*id, vfc::TComPtr<IUnknown>(object));
+    } catch (...) {
+        return S_FALSE;
+    }
+    return S_OK;
+}
+
+// The methods below belong to subsystems that this build does not carry yet:
+// the configuration dialog and file, sessions, and the network monitors.
+STDMETHODIMP CVnLinkhostObject::ShowConfigurationDialog(LONG) { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::CreateSession(LONG, LONG, LONG, IVnWebSession** session)
+{
+    if (session)
+        *session = nullptr;
+    return E_NOTIMPL;
+}
+STDMETHODIMP CVnLinkhostObject::SaveConfiguration() { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::LoadConfiguration() { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::CheckNetworkAlive(VARIANT_BOOL*) { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::CheckDestinationReachable(BSTR, VARIANT_BOOL*) { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::RegisterSensEventSink(IVnLinkhostSensEventSink*) { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::UnRegisterSensEventSink(IVnLinkhostSensEventSink*) { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::RegisterWMINetworkEventSink(IVnLinkhostWMINetworkEventSink*) { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::UnRegisterWMINetworkEventSink(IVnLinkhostWMINetworkEventSink*) { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::RegisterNetworkEventSink(IVnLinkhostNetworkEventSink*) { return E_NOTIMPL; }
+STDMETHODIMP CVnLinkhostObject::UnRegisterNetworkEventSink(IVnLinkhostNetworkEventSink*) { return E_NOTIMPL; }

@@ -1,0 +1,48 @@
+// Small helpers shared by the test programs.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace vn_test {
+
+// Folder of the running test program; the product's exe is built beside it.
+std::string BinDir();
+// The whole file, or an empty text when it can't be read.
+std::string ReadWholeFile(const std::string& path);
+// Runs a command line, waits up to `timeoutMs`, and gives its exit code
+// (or 0xDEAD if it had to be killed, ~0u if it could not start).
+DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs = 60000);
+
+// A started child process that is killed if the test forgets it.
+class TChild {
+public:
+    explicit TChild(const std::string& commandLine);
+    ~TChild();
+    TChild(const TChild&) = delete;
+    TChild& operator=(const TChild&) = delete;
+    bool started() const { return m_pi.hProcess != nullptr; }
+    DWORD pid() const { return m_pi.dwProcessId; }
+    HANDLE handle() const { return m_pi.hProcess; }
+    // Exit code after waiting up to `timeoutMs`; STILL_ACTIVE if it did not end.
+    DWORD Wait(DWORD timeoutMs);
+
+private:
+    PROCESS_INFORMATION m_pi = {};
+};
+
+// Polls `pred` every 20 ms until it holds or `timeoutMs` passed.
+template <typename Pred>
+bool WaitUntil(Pred pred, DWORD timeoutMs)
+{
+    const DWORD start = ::GetTickCount();
+    while (!pred()) {
+        if (::GetTickCount() - start > timeoutMs)
+            return false;
+        ::Sleep(20);
+    }
+    return true;
+}
+
+}  // namespace vn_test
