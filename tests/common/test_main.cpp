@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include "host/module.h"
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -24,6 +26,8 @@ DWORD WINAPI Watchdog(LPVOID param)
 
 int main(int argc, char** argv)
 {
+    // The module exists before any object, as in the product.
+    Module();
     testing::InitGoogleTest(&argc, argv);
     DWORD limit = 300000;
     if (const char* env = std::getenv("VN_TEST_WATCHDOG_MS"))
