@@ -42,6 +42,7 @@ CVnLinkhostObject::~CVnLinkhostObject() = default;
 
 HRESULT CVnLinkhostObject::FinalConstruct()
 {
+    LoadCategoryObjects();
     m_bExtensionsClosed = true;
     Module().SetEventHandler(this);
     return S_OK;
@@ -136,10 +137,17 @@ STDMETHODIMP CVnLinkhostObject::OnEvent(VnLinkhostEventType type, VARIANT parame
     return FanOutEvent(m_eventSinks, static_cast<LONG>(type), parameter, result);
 }
 
+void* CVnLinkhostObject::QueryInterfaceExtra(REFIID iid)
+{
+    return iid == IID_IVnLinkhostExtendable ? static_cast<IVnLinkhostExtendable*>(&m_xExtendable) : nullptr;
+}
+
 HRESULT CVnLinkhostObject::AddEventSink(IVnLinkhostEventSink* sink)
 {
     if (m_bExtensionsClosed)
         return E_UNEXPECTED;
+    if (!sink)
+        return E_POINTER;
     try {
         m_eventSinks.emplace_back(sink);
     } catch (...) {

@@ -52,7 +52,30 @@ public:
     HRESULT AddExtensionInterface(const GUID* id, IUnknown* object);
     bool ExtensionsClosed() const { return m_bExtensionsClosed; }
 
+    void* QueryInterfaceExtra(REFIID iid);
+
+    // The plug-ins' door into the root object, open only while they initialise.
+    // Its IUnknown is the root object's.
+    class XVnLinkhostExtendable : public IVnLinkhostExtendable {
+    public:
+        explicit XVnLinkhostExtendable(CVnLinkhostObject& outer) : m_outer(outer) {}
+        STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override { return m_outer.QueryInterface(iid, ppv); }
+        STDMETHODIMP_(ULONG) AddRef() override { return m_outer.AddRef(); }
+        STDMETHODIMP_(ULONG) Release() override { return m_outer.Release(); }
+        STDMETHODIMP AddPropertyPage(IPropertyPage* page, int positionHint) override;
+        STDMETHODIMP AddEventSink(IVnLinkhostEventSink* sink) override;
+        STDMETHODIMP AddExtensionInterface(const GUID* id, IUnknown* object) override;
+        STDMETHODIMP CreateLogger(BSTR name, IUnknown** logger) override;
+
+    private:
+        CVnLinkhostObject& m_outer;
+    };
+
 private:
+    // Creates and initialises each class of the plug-in category once.
+    HRESULT LoadCategoryObjects();
+
+    XVnLinkhostExtendable m_xExtendable{*this};
     std::unique_ptr<CConfigData> m_pConfigurationData;
     std::map<GUID, vfc::TComPtr<IUnknown>, bool (*)(const GUID&, const GUID&)> m_extensions;
     std::vector<vfc::TComPtr<IVnLinkhostEventSink>> m_eventSinks;

@@ -66,3 +66,100 @@ DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs)
 }
 
 }  // namespace vn_test
+
+#include <shlobj.h>
+#include <tlhelp32.h>
+
+namespace vn_test {
+
+DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs)
+{
+    char tempDir[MAX_PATH], tempFile[MAX_PATH];
+    GetTempPathA(MAX_PATH, tempDir);
+    GetTempFileNameA(tempDir, "vnt", 0, tempFile);
+    SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
+    HANDLE file = CreateFileA(tempFile, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &sa, CREATE_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    STARTUPINFOA si = {};
+    si.cb = sizeof si;
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdOutput = file;
+    si.hStdError = file;
+    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    PROCESS_INFORMATION pi = {};
+    std::string line = commandLine;
+    DWORD code = ~0u;
+    if (CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
+        if (WaitForSingleObject(pi.hProcess, timeoutMs) == WAIT_TIMEOUT)
+            TerminateProcess(pi.hProcess, 0xDEAD);
+        WaitForSingleObject(pi.hProcess, 5000);
+        GetExitCodeProcess(pi.hProcess, &code);
+        CloseHandle(pi.hProcess);
+        CloseHandle(pi.hThread);
+    }
+    CloseHandle(file);
+    output = ReadWholeFile(tempFile);
+    DeleteFileA(tempFile);
+    return code;
+}
+
+DWORD FindProcess(const char* imageName)
+{
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (snapshot == INVALID_HANDLE_VALUE)
+        return 0;
+    PROCESSENTRY32 entry = {};
+    entry.dwSize = sizeof entry;
+    DWORD found = 0;
+    for (BOOL ok = Process32First(snapshot, &entry); ok && !found; ok = Process32Next(snapshot, &entry))
+        if (entry.th32ProcessID != GetCurrentProcessId() && lstrcmpiA(entry.szExeFile, imageName) == 0)
+            found = entry.th32ProcessID;
+    CloseHandle(snapshot);
+    return found;
+}
+
+namespace {
+std::string LogPath()
+{
+    char base[MAX_PATH] = {};
+    SHGetFolderPathA(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, base);
+    return std::string(base) + "\\Velorin\\VnLinkhost\\Konfiguration\\VnLinkhost.log";
+}
+}  // namespace
+
+size_t LogSize() { return ReadWholeFile(LogPath()).size(); }
+
+std::string LogSince(size_t offset)
+{
+    std::string all = ReadWholeFile(LogPath());
+    return offset < all.size() ? all.substr(offset) : std::string();
+}
+
+int CountLogLinesSince(size_t offset, const std::string& text)
+{
+    std::string tail = LogSince(offset);
+    int count = 0;
+    for (size_t pos = tail.find(text); pos != std::string::npos; pos = tail.find(text, pos + text.size()))
+        ++count;
+    return count;
+}
+
+std::string RegText(HKEY root, const std::string& key, const char* value)
+{
+    char buffer[1024] = {};
+    DWORD size = sizeof buffer;
+    if (RegGetValueA(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, buffer, &size) != ERROR_SUCCESS)
+        return "<missing>";
+    return buffer;
+}
+
+bool RegKeyExists(HKEY root, const std::string& key)
+{
+    HKEY handle = nullptr;
+    if (RegOpenKeyExA(root, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS)
+        return false;
+    RegCloseKey(handle);
+    return true;
+}
+
+}  // namespace vn_test

@@ -46,3 +46,24 @@ bool WaitUntil(Pred pred, DWORD timeoutMs)
 }
 
 }  // namespace vn_test
+
+namespace vn_test {
+
+// Runs a command line with its standard output and error going to a file
+// and gives the exit code and what it printed.
+DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs = 60000);
+
+// Id of a process with exactly this image name other than this one, or 0.
+DWORD FindProcess(const char* imageName);
+
+// Current size of the log file of the product in this prefix, and the
+// number of lines containing `text` that were added since `offset`.
+size_t LogSize();
+int CountLogLinesSince(size_t offset, const std::string& text);
+std::string LogSince(size_t offset);
+
+// Text of a registry value (REG_SZ), or "<missing>".
+std::string RegText(HKEY root, const std::string& key, const char* value);
+bool RegKeyExists(HKEY root, const std::string& key);
+
+}  // namespace vn_test

@@ -1,0 +1,139 @@
+#include "tests/doubles/test_plugin/test_plugin.h"
+
+#include <windows.h>
+#include <ole2.h>
+
+#include <atomic>
+
+#include "vnlinkhost.h"
+
+namespace {
+
+std::atomic<LONG> g_objects{0};
+
+DWORD ReadSetting(const char* name, DWORD fallback)
+{
+    DWORD value = fallback, size = sizeof value;
+    if (RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) != ERROR_SUCCESS)
+        return fallback;
+    return value;
+}
+
+// One small base for the objects of this DLL.
+template <typename I>
+class Object : public I {
+public:
+    Object() { ++g_objects; }
+    virtual ~Object() { --g_objects; }
+    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
+    {
+        if (iid == IID_IUnknown || iid == __uuidof(I)) {
+            *ppv = static_cast<I*>(this);
+            AddRef();
+            return S_OK;
+        }
+        *ppv = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return ++m_ref; }
+    STDMETHODIMP_(ULONG) Release() override
+    {
+        ULONG left = --m_ref;
+        if (!left)
+            delete this;
+        return left;
+    }
+
+private:
+    std::atomic<ULONG> m_ref{1};
+};
+
+class Sink : public Object<IVnLinkhostEventSink> {
+public:
+    STDMETHODIMP OnEvent(VnLinkhostEventType, VARIANT, VnLinkhostEventResult* result) override
+    {
+        if (result)
+            *result = static_cast<VnLinkhostEventResult>(ReadSetting("SinkAnswer", 0));
+        return static_cast<HRESULT>(ReadSetting("SinkStatus", S_OK));
+    }
+};
+
+class Plugin : public Object<IVnLinkhostPlugin> {
+public:
+    STDMETHODIMP Initialize(IVnLinkhost* host) override
+    {
+        IVnLinkhostExtendable* extendable = nullptr;
+        HRESULT hr = host->QueryInterface(IID_IVnLinkhostExtendable, reinterpret_cast<void**>(&extendable));
+        if (FAILED(hr))
+            return hr;
+        Sink* sink = new Sink;
+        extendable->AddEventSink(sink);
+        sink->Release();
+        Sink* extension = new Sink;
+        extendable->AddExtensionInterface(&IID_VnTestExtension, extension);
+        extension->Release();
+
+        IUnknown* unknown = nullptr;
+        BSTR name = SysAllocString(L"TestPlugin");
+        if (SUCCEEDED(extendable->CreateLogger(name, &unknown))) {
+            ILogger* logger = nullptr;
+            if (SUCCEEDED(unknown->QueryInterface(IID_ILogger, reinterpret_cast<void**>(&logger)))) {
+                BSTR line = SysAllocString(L"initialised");
+                logger->WriteLine(line);
+                SysFreeString(line);
+                logger->Release();
+            }
+            unknown->Release();
+        }
+        SysFreeString(name);
+        extendable->Release();
+        return S_OK;
+    }
+    STDMETHODIMP GetInfo(VARIANT query, VARIANT* result) override
+    {
+        VariantInit(result);
+        if (query.vt != VT_BSTR)
+            return S_OK;
+        result->vt = VT_BSTR;
+        result->bstrVal = SysAllocString(lstrcmpW(query.bstrVal, L"Version") == 0 ? L"7.1" : L"Testerweiterung");
+        return S_OK;
+    }
+};
+
+class Factory : public IClassFactory {
+public:
+    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
+    {
+        if (iid == IID_IUnknown || iid == IID_IClassFactory) {
+            *ppv = this;
+            return S_OK;
+        }
+        *ppv = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
+    {
+        if (outer)
+            return CLASS_E_NOAGGREGATION;
+        Plugin* plugin = new Plugin;
+        HRESULT hr = plugin->QueryInterface(iid, ppv);
+        plugin->Release();
+        return hr;
+    }
+    STDMETHODIMP LockServer(BOOL) override { return S_OK; }
+};
+
+Factory g_factory;
+
+}  // namespace
+
+extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
+{
+    if (clsid != CLSID_VnTestPlugin)
+        return CLASS_E_CLASSNOTAVAILABLE;
+    return g_factory.QueryInterface(iid, ppv);
+}
+
+extern "C" HRESULT WINAPI DllCanUnloadNow() { return g_objects == 0 ? S_OK : S_FALSE; }

@@ -1,0 +1,72 @@
+// What the tests of the running server share: the server's exe, its
+// registration in the test prefix, and ways to watch its process.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+#include "common/test_util.h"
+#include "vfc/com_ptr.h"
+#include "vfc/unique_resource.h"
+#include "vnlinkhost.h"
+
+namespace vn_test {
+
+inline std::string ServerExe() { return BinDir() + "\\VnLinkhost.exe"; }
+inline std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
+
+// Runs VnLinkhost.exe with the arguments and gives its exit status.
+inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000)
+{
+    return RunAndWait(Quoted(ServerExe()) + " " + arguments, timeoutMs);
+}
+
+// A handle on the running server process, found by its image name.
+class TServerProcess {
+public:
+    TServerProcess() : m_pid(FindProcess("VnLinkhost.exe"))
+    {
+        if (m_pid)
+            m_handle.reset(::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION | PROCESS_TERMINATE, FALSE, m_pid));
+    }
+    DWORD pid() const { return m_pid; }
+    bool alive() const { return m_handle && ::WaitForSingleObject(m_handle.get(), 0) == WAIT_TIMEOUT; }
+    // Waits for the end of the process; true if it ended within the time.
+    bool WaitGone(DWORD ms) const { return !m_handle || ::WaitForSingleObject(m_handle.get(), ms) == WAIT_OBJECT_0; }
+    DWORD ExitCode() const
+    {
+        DWORD code = ~0u;
+        ::GetExitCodeProcess(m_handle.get(), &code);
+        return code;
+    }
+    void Terminate() const { ::TerminateProcess(m_handle.get(), 0xDEAD); }
+
+private:
+    DWORD m_pid;
+    vfc::THandle m_handle;
+};
+
+inline vfc::TComPtr<IVnLinkhost> CreateRoot(HRESULT* status = nullptr)
+{
+    vfc::TComPtr<IVnLinkhost> host;
+    HRESULT hr = ::CoCreateInstance(CLSID_VnLinkhostObject, nullptr, CLSCTX_LOCAL_SERVER, IID_IVnLinkhost,
+                                    host.put_void());
+    if (status)
+        *status = hr;
+    return host;
+}
+
+// Tells the server to end with its last client, releases this client and
+// waits for the process to go.
+inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
+{
+    TServerProcess server;
+    VARIANT_BOOL inUse = VARIANT_FALSE;
+    if (!host || FAILED(host->CheckShutdown(&inUse)))
+        return false;
+    host.reset();
+    return server.WaitGone(ms);
+}
+
+}  // namespace vn_test

@@ -1,0 +1,274 @@
+#include "web/headers.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+#include "host/log.h"
+#include "vfc/com_ptr.h"
+#include "vfc/text.h"
+
+namespace {
+
+// White space of the classic locale.
+const char kWhiteSpace[] = " \t\n\v\f\r";
+const char kLineEnds[] = "\r\n";
+
+std::string Trim(const std::string& text)
+{
+    const size_t first = text.find_first_not_of(kWhiteSpace);
+    if (first == std::string::npos)
+        return {};
+    const size_t last = text.find_last_not_of(kWhiteSpace);
+    return text.substr(first, last - first + 1);
+}
+
+bool IsEmptyText(const wchar_t* text) noexcept { return !text || !*text; }
+
+// Equal without regard to the capitals A to Z; every other character must
+// match exactly.
+bool EqualsIgnoringAsciiCase(const wchar_t* a, const wchar_t* b) noexcept
+{
+    auto fold = [](wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - L'a' + L'A') : c; };
+    for (; *a && *b; ++a, ++b) {
+        if (fold(*a) != fold(*b))
+            return false;
+    }
+    return *a == *b;
+}
+
+}  // namespace
+
+CVnHTTPHeaders::CVnHTTPHeaders() : m_pList(new (std::nothrow) THeaderList) {}
+
+CVnHTTPHeaders::~CVnHTTPHeaders() = default;
+
+LONG CVnHTTPHeaders::_findExact(const wchar_t* name) const
+{
+    // The platform's comparison with the user's locale and no flags: exact
+    // as to capitals, so a name with other capitals is another name.
+    const vfc::TBstr wanted(name);
+    for (size_t i = 0; i < m_pList->names.size(); ++i) {
+        if (::VarBstrCmp(m_pList->names[i].get(), wanted.get(), LOCALE_USER_DEFAULT, 0) ==
+            static_cast<HRESULT>(VARCMP_EQ))
+            return static_cast<LONG>(i);
+    }
+    return -1;
+}
+
+HRESULT CVnHTTPHeaders::AddHeader(const wchar_t* name, const wchar_t* value)
+{
+    if (IsEmptyText(name) || !m_pList)
+        return S_FALSE;
+    try {
+        const LONG index = _findExact(name);
+        if (index >= 0) {
+            if (IsEmptyText(value)) {
+                // Removing moves the later pairs up by one.
+                m_pList->names.erase(m_pList->names.begin() + index);
+                m_pList->values.erase(m_pList->values.begin() + index);
+                return S_OK;
+            }
+            vfc::TBstr replacement(value);
+            if (!replacement.get())
+                return S_FALSE;
+            m_pList->values[index] = std::move(replacement);
+            return S_OK;
+        }
+        if (IsEmptyText(value))
+            return S_FALSE;
+        vfc::TBstr newName(name);
+        vfc::TBstr newValue(value);
+        if (!newName.get() || !newValue.get())
+            return S_FALSE;
+        // Both arrays grow by one, or neither does.
+        m_pList->names.reserve(m_pList->names.size() + 1);
+        m_pList->values.reserve(m_pList->values.size() + 1);
+        m_pList->names.push_back(std::move(newName));
+        m_pList->values.push_back(std::move(newValue));
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return S_FALSE;
+    }
+}
+
+HRESULT CVnHTTPHeaders::GetHeader(const wchar_t* name, BSTR* value) const
+{
+    if (!value)
+        return S_FALSE;
+    *value = nullptr;
+    if (!m_pList || !name)
+        return S_FALSE;
+    for (size_t i = 0; i < m_pList->names.size(); ++i) {
+        const BSTR stored = m_pList->names[i].get();
+        if (stored && EqualsIgnoringAsciiCase(stored, name)) {
+            *value = ::SysAllocStringLen(m_pList->values[i].get(), m_pList->values[i].length());
+            return *value ? S_OK : S_FALSE;
+        }
+    }
+    return S_FALSE;
+}
+
+HRESULT CVnHTTPHeaders::GetResultCode(LONG* code) const
+{
+    std::string line = m_tstrStatusLine;
+    const size_t blank = line.find(' ');
+    const long long i = blank == std::string::npos ? -1 : static_cast<long long>(blank);
+    if (i + 3 >= static_cast<long long>(line.size())) {
+        LogLine(vn_log::kError, "CVnHTTPHeaders::GetResultCode", "Fail to get result code.");
+        return E_FAIL;
+    }
+    // Without a blank the line is read from its start, so a line of three
+    // letters gives the number 0.
+    line = Trim(line.substr(static_cast<size_t>(i + 1))).substr(0, 3);
+    const LONG number = std::atol(line.c_str());
+    if (code)
+        *code = number;
+    return number != 0 ? S_OK : S_FALSE;
+}
+
+HRESULT CVnHTTPHeaders::InitHeaders(const char* raw)
+{
+    if (m_pList) {
+        m_pList->names.clear();
+        m_pList->values.clear();
+    }
+    if (!raw) {
+        LogLine(vn_log::kError, "CVnHTTPHeaders::InitHeaders", "Headers buffer is empty.");
+        return E_FAIL;
+    }
+    try {
+        const std::string block(raw);
+        size_t start = 0;
+        size_t end = block.find_first_of(kLineEnds, start);
+        // A last line without a line end is not taken, and a block that begins
+        // with a line end gives nothing.
+        while (end != std::string::npos && end != 0) {
+            if (start == 0) {
+                m_tstrStatusLine = Trim(block.substr(0, end));
+            } else {
+                // The positions are unsigned on purpose. A line without a colon
+                // takes the next colon further on, so the name runs across line
+                // ends and the value is what follows that colon. With no colon
+                // left, the name is the whole rest of the block, and `colon + 1`
+                // wraps to 0, so the value is the block from its start to the
+                // end of this line.
+                const size_t colon = block.find(':', start);
+                const std::string name = block.substr(start, colon - start);
+                const std::string value = Trim(block.substr(colon + 1, end - colon - 1));
+                AddHeader(vfc::Widen(name).c_str(), vfc::Widen(value).c_str());
+            }
+            start = block.find_first_not_of(kLineEnds, end);
+            if (start == std::string::npos)
+                break;
+            end = block.find_first_of(kLineEnds, start);
+        }
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT CVnHTTPHeaders::GetHeadersAsText(std::string& text) const
+{
+    text.clear();
+    try {
+        for (size_t i = 0; m_pList && i < m_pList->names.size(); ++i) {
+            text += vfc::Narrow(m_pList->names[i].str());
+            text += ": ";
+            text += vfc::Narrow(m_pList->values[i].str());
+            text += "\r\n";
+        }
+        text += "\r\n";
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT CVnHTTPHeaders::GetStatusLine(std::string& text) const
+{
+    if (m_tstrStatusLine.empty()) {
+        text.clear();
+        return S_FALSE;
+    }
+    text = m_tstrStatusLine;
+    return S_OK;
+}
+
+HRESULT CVnHTTPHeaders::CopyFrom(const CVnHTTPHeaders* other)
+{
+    if (!other || !other->m_pList)
+        return E_INVALIDARG;
+    try {
+        // Built aside and then swapped in, so that a copy from itself keeps its pairs.
+        std::unique_ptr<THeaderList> list(new THeaderList);
+        list->names = other->m_pList->names;
+        list->values = other->m_pList->values;
+        for (size_t i = 0; i < list->names.size(); ++i) {
+            if (!list->names[i].get() || !list->values[i].get())
+                return E_OUTOFMEMORY;
+        }
+        m_pList = std::move(list);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    m_iEnumPos = 0;
+    return S_OK;
+}
+
+STDMETHODIMP CVnHTTPHeaders::Next(ULONG celt, VARIANT* rgVar, ULONG* pCeltFetched)
+{
+    if (pCeltFetched)
+        *pCeltFetched = 0;
+    if (!rgVar)
+        return E_INVALIDARG;
+    for (ULONG i = 0; i < celt; ++i)
+        ::VariantClear(&rgVar[i]);
+    const LONG count = static_cast<LONG>(GetCount());
+    ULONG done = 0;
+    while (done < celt && m_iEnumPos < count) {
+        const size_t pos = static_cast<size_t>(m_iEnumPos);
+        std::wstring text = m_pList->values[pos].str();
+        text.insert(0, m_pList->names[pos].str() + L": ");
+        BSTR item = ::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+        if (!item)
+            return E_OUTOFMEMORY;
+        rgVar[done].vt = VT_BSTR;
+        rgVar[done].bstrVal = item;
+        ++m_iEnumPos;
+        ++done;
+        if (pCeltFetched)
+            *pCeltFetched = done;
+    }
+    return done == celt ? S_OK : S_FALSE;
+}
+
+STDMETHODIMP CVnHTTPHeaders::Skip(ULONG celt)
+{
+    const ULONGLONG target = static_cast<ULONGLONG>(m_iEnumPos) + celt;
+    m_iEnumPos = static_cast<LONG>(std::min<ULONGLONG>(target, GetCount()));
+    return S_OK;
+}
+
+STDMETHODIMP CVnHTTPHeaders::Reset()
+{
+    m_iEnumPos = 0;
+    return S_OK;
+}
+
+STDMETHODIMP CVnHTTPHeaders::Clone(IEnumVARIANT** ppEnum)
+{
+    if (!ppEnum)
+        return E_POINTER;
+    *ppEnum = nullptr;
+    vfc::TComPtr<CVnHTTPHeaders> copy;
+    HRESULT hr = CVnHTTPHeaders::Create(copy.put());
+    if (FAILED(hr))
+        return hr;
+    hr = copy->CopyFrom(this);
+    if (FAILED(hr))
+        return hr;
+    *ppEnum = copy.detach();
+    return S_OK;
+}
