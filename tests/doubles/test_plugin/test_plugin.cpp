@@ -19,6 +19,19 @@ DWORD ReadSetting(const char* name, DWORD fallback)
     return value;
 }
 
+// Appends "type:parameter;" to the value "Events" so that a test can see what the sinks heard.
+void RecordEvent(long type, long parameter)
+{
+    char events[4096] = {};
+    DWORD size = sizeof events;
+    RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", RRF_RT_REG_SZ, nullptr, events, &size);
+    char entry[64];
+    wsprintfA(entry, "%ld:%ld;", type, parameter);
+    if (lstrlenA(events) + lstrlenA(entry) < static_cast<int>(sizeof events))
+        lstrcatA(events, entry);
+    RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", REG_SZ, events, lstrlenA(events) + 1);
+}
+
 // One small base for the objects of this DLL.
 template <typename I>
 class Object : public I {
@@ -27,7 +40,7 @@ public:
     virtual ~Object() { --g_objects; }
     STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
     {
-        if (iid == IID_IUnknown || iid == __uuidof(I)) {
+        if (iid == IID_IUnknown || iid == __uuidof(I) || iid == IID_VnTestExtension) {
             *ppv = static_cast<I*>(this);
             AddRef();
             return S_OK;
@@ -50,8 +63,9 @@ private:
 
 class Sink : public Object<IVnLinkhostEventSink> {
 public:
-    STDMETHODIMP OnEvent(VnLinkhostEventType, VARIANT, VnLinkhostEventResult* result) override
+    STDMETHODIMP OnEvent(VnLinkhostEventType type, VARIANT parameter, VnLinkhostEventResult* result) override
     {
+        RecordEvent(static_cast<long>(type), parameter.vt == VT_I4 ? parameter.lVal : -1);
         if (result)
             *result = static_cast<VnLinkhostEventResult>(ReadSetting("SinkAnswer", 0));
         return static_cast<HRESULT>(ReadSetting("SinkStatus", S_OK));

@@ -3,6 +3,7 @@
 // from HKCU\Software\VnLinkhostTest at each event:
 //   "SinkAnswer" (DWORD) - the result the sink gives; absent: it agrees (0).
 //   "SinkStatus" (DWORD) - the status the sink returns; absent: S_OK.
+// Each event the sink hears is appended to "Events" as "type:parameter;".
 #pragma once
 
 #include <guiddef.h>
