@@ -56,6 +56,12 @@ HRESULT RegisterTypeLibrary()
 
 HRESULT UnregisterTypeLibrary()
 {
+    // Nothing to do for a library that is not registered.
+    vfc::TRegKey key;
+    std::string path = std::string("TypeLib\\") + vn_id::kLibId;
+    if (::RegOpenKeyExA(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS)
+        return S_OK;
+    key.reset();
     HRESULT hr = ::UnRegisterTypeLib(vn_id::kLibGuid, 1, 0, LOCALE_NEUTRAL, sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32);
     // A library that was never registered is not an error here.
     return hr == TYPE_E_REGISTRYACCESS || hr == TYPE_E_LIBNOTREGISTERED ? S_OK : hr;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "common/test_util.h"
+#include "vfc/bstr.h"
 #include "vfc/com_ptr.h"
 #include "vfc/unique_resource.h"
 #include "vnlinkhost.h"

@@ -244,6 +244,7 @@ TEST(HeadersResultCode, ReadsTheThreeCharactersBehindTheFirstBlank)
         {"HTTP/1.1 2000\r\n", S_OK, 200},
         {"ABC\r\n", S_FALSE, 0},  // no blank: read from the start, letters give 0
         {"123\r\n", S_OK, 123},
+        {"HTTP/1.1 \r\n", S_FALSE, 0},  // trimmed to a line without a blank
         {"HTTP/1.1 OK!\r\n", S_FALSE, 0},
     };
     for (const Case& c : cases) {
@@ -258,7 +259,7 @@ TEST(HeadersResultCode, ReadsTheThreeCharactersBehindTheFirstBlank)
 
 TEST(HeadersResultCode, TooShortAStatusLineFails)
 {
-    for (const char* block : {"HTTP/1.1 20\r\n", "AB\r\n", "HTTP/1.1 \r\n"}) {
+    for (const char* block : {"HTTP/1.1 20\r\n", "AB\r\n", "HTTP/1.1 2\r\n"}) {
         auto headers = NewHeaders();
         headers->InitHeaders(block);
         LONG code = -1;
