@@ -128,8 +128,9 @@ TEST(PullExceptionTrace, CopiesOfTheExceptionLeaveNoFurtherEntry)
         EXPECT_EQ(3, assigned.getColumnNumber());
         try {
             throw copy;
-        } catch (XmlPullParserException caughtByValue) {
-            EXPECT_EQ("first", caughtByValue.getMessage());
+        } catch (const XmlPullParserException& caught) {
+            const XmlPullParserException again(caught);
+            EXPECT_EQ("first", again.getMessage());
         }
     });
     EXPECT_NE(std::string::npos, added.find("\tfirst  <event:TEXT>\r\n\r\n"));
