@@ -1,12 +1,3 @@
 # Cross build for i686 Windows with Debian's MinGW-w64 (posix threads).
-set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR i686)
-set(VN_TRIPLE i686-w64-mingw32)
-set(CMAKE_C_COMPILER   ${VN_TRIPLE}-gcc-posix)
-set(CMAKE_CXX_COMPILER ${VN_TRIPLE}-g++-posix)
-set(CMAKE_RC_COMPILER  ${VN_TRIPLE}-windres)
-set(VN_WIDL            ${VN_TRIPLE}-widl)
-set(CMAKE_FIND_ROOT_PATH /usr/${VN_TRIPLE})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+include(${CMAKE_CURRENT_LIST_DIR}/mingw-common.cmake)

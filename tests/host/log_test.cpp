@@ -173,3 +173,42 @@ TEST(LogSecondPass, ConversionsWithoutArgumentsReadAsZeroOrEmpty)
 }
 
 }  // namespace
+
+#include "host/logger.h"
+#include "host/module.h"
+#include "vfc/com_ptr.h"
+
+namespace {
+
+TEST_F(LogFile, PluginLoggerMarksItsLinesWithItsName)
+{
+    CVnLogger* raw = nullptr;
+    ASSERT_EQ(S_OK, CVnLogger::Create(&raw));
+    vfc::TComPtr<CVnLogger> logger;
+    logger.attach(raw);
+    logger->SetName("Plug");
+    BSTR empty = SysAllocString(L"");
+    BSTR text = SysAllocString(L"ran 3 jobs");
+    EXPECT_EQ(S_OK, logger->WriteLine(empty));
+    EXPECT_EQ(S_OK, logger->WriteLine(text));
+    SysFreeString(empty);
+    SysFreeString(text);
+    auto lines = AppendedLines();
+    ASSERT_EQ(2u, lines.size());
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(lines[0], m, kEntry));
+    EXPECT_EQ("[Plug]  ", m[3].str());
+    ASSERT_TRUE(std::regex_match(lines[1], m, kEntry));
+    EXPECT_EQ("[Plug]  ran 3 jobs", m[3].str());
+}
+
+TEST(PluginLogger, DoesNotKeepTheProcessAlive)
+{
+    const LONG before = Module().GetLockCount();
+    CVnLogger* raw = nullptr;
+    ASSERT_EQ(S_OK, CVnLogger::Create(&raw));
+    EXPECT_EQ(before, Module().GetLockCount());
+    raw->Release();
+}
+
+}  // namespace

@@ -9,43 +9,19 @@ namespace {
 
 using namespace vn_test;
 
-const std::string kCategory = "{566E4C48-60C4-4777-A4B1-D178F6C1AE38}";
 
-std::string GuidText(const GUID& g)
-{
-    wchar_t text[64] = {};
-    StringFromGUID2(g, text, 64);
-    char narrow[64] = {};
-    WideCharToMultiByte(CP_ACP, 0, text, -1, narrow, sizeof narrow, nullptr, nullptr);
-    return narrow;
-}
 
-void SetString(HKEY root, const std::string& key, const char* name, const std::string& value)
-{
-    ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueA(root, key.c_str(), name, REG_SZ, value.c_str(),
-                                             static_cast<DWORD>(value.size() + 1)));
-}
-
-void SetSinkAnswer(DWORD answer)
-{
-    ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "SinkAnswer", REG_DWORD, &answer, sizeof answer));
-}
 
 class PluginSink : public testing::Test {
 protected:
     static void SetUpTestSuite()
     {
         ASSERT_EQ(0u, RunServer("/RegServer"));
-        const std::string clsid = "CLSID\\" + GuidText(CLSID_VnTestPlugin);
-        SetString(HKEY_CLASSES_ROOT, clsid, nullptr, "VnLinkhost test plug-in");
-        SetString(HKEY_CLASSES_ROOT, clsid + "\\InprocServer32", nullptr, BinDir() + "\\vn_test_plugin.dll");
-        SetString(HKEY_CLASSES_ROOT, clsid + "\\InprocServer32", "ThreadingModel", "Both");
-        SetString(HKEY_CLASSES_ROOT, clsid + "\\Implemented Categories\\" + kCategory, nullptr, "");
+        RegisterTestPlugin();
     }
     static void TearDownTestSuite()
     {
-        RegDeleteTreeA(HKEY_CLASSES_ROOT, ("CLSID\\" + GuidText(CLSID_VnTestPlugin)).c_str());
-        RegDeleteTreeA(HKEY_CURRENT_USER, kVnTestKey);
+        UnregisterTestPlugin();
     }
 };
 

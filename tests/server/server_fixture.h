@@ -71,3 +71,14 @@ inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
 }
 
 }  // namespace vn_test
+
+namespace vn_test {
+
+// Registers the test plug-in (tests/doubles/test_plugin) in the plug-in
+// category of the prefix, and removes it with its settings again.
+void RegisterTestPlugin();
+void UnregisterTestPlugin();
+// What the test plug-in's sink answers to every event.
+void SetSinkAnswer(DWORD answer);
+
+}  // namespace vn_test

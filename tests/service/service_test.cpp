@@ -57,41 +57,20 @@ bool SendStop()
     return service && ControlService(service.get(), SERVICE_CONTROL_STOP, &status);
 }
 
-void SetSinkAnswer(DWORD answer)
-{
-    RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "SinkAnswer", REG_DWORD, &answer, sizeof answer);
-}
 
-std::string GuidText(const GUID& g)
-{
-    wchar_t text[64] = {};
-    StringFromGUID2(g, text, 64);
-    char narrow[64] = {};
-    WideCharToMultiByte(CP_ACP, 0, text, -1, narrow, sizeof narrow, nullptr, nullptr);
-    return narrow;
-}
 
-void SetString(const std::string& key, const char* name, const std::string& value)
-{
-    RegSetKeyValueA(HKEY_CLASSES_ROOT, key.c_str(), name, REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1));
-}
 
 class Service : public testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        // The test plug-in's sink decides on the stop.
-        const std::string clsid = "CLSID\\" + GuidText(CLSID_VnTestPlugin);
-        SetString(clsid + "\\InprocServer32", nullptr, BinDir() + "\\vn_test_plugin.dll");
-        SetString(clsid + "\\InprocServer32", "ThreadingModel", "Both");
-        SetString(clsid + "\\Implemented Categories\\{566E4C48-60C4-4777-A4B1-D178F6C1AE38}", nullptr, "");
+        RegisterTestPlugin();
         SetSinkAnswer(0);
     }
     static void TearDownTestSuite()
     {
         RunServer("/RegServer");
-        RegDeleteTreeA(HKEY_CLASSES_ROOT, ("CLSID\\" + GuidText(CLSID_VnTestPlugin)).c_str());
-        RegDeleteTreeA(HKEY_CURRENT_USER, kVnTestKey);
+        UnregisterTestPlugin();
     }
     static DWORD NetStart() { return RunAndWait(std::string("net.exe start \"") + kService + "\"", 60000); }
 };
