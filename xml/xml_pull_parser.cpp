@@ -37,6 +37,8 @@ XmlPullParser::XmlPullParser()
     commonInit();
 }
 
+XmlPullParser::XmlPullParser(const XmlPullParser& other) = default;
+
 XmlPullParser::~XmlPullParser() = default;
 
 XmlPullParser& XmlPullParser::operator=(const XmlPullParser&)
@@ -178,6 +180,41 @@ void XmlPullParser::skipSubTree()
     }
 }
 
+int XmlPullParser::getEventType() const
+{
+    return m_nType;
+}
+
+int XmlPullParser::getDepth() const
+{
+    return m_nDepth;
+}
+
+int XmlPullParser::getLineNumber() const
+{
+    return m_nLine;
+}
+
+int XmlPullParser::getColumnNumber() const
+{
+    return m_nColumn;
+}
+
+std::string XmlPullParser::getName() const
+{
+    return m_strName;
+}
+
+std::string XmlPullParser::getPrefix() const
+{
+    return m_strPrefix;
+}
+
+std::string XmlPullParser::getNamespace() const
+{
+    return m_strNamespace;
+}
+
 std::string XmlPullParser::getText() const
 {
     if (m_nType < TEXT || (m_nType == ENTITY_REF && m_bUnresolved))
@@ -209,6 +246,11 @@ bool XmlPullParser::isEmptyElementTag() const
     if (m_nType != START_TAG)
         exception(m_strIllegalType);
     return m_bDegenerated;
+}
+
+int XmlPullParser::getAttributeCount() const
+{
+    return m_nAttributeCount;
 }
 
 std::string XmlPullParser::getAttributeName(int index) const
@@ -294,6 +336,21 @@ std::string XmlPullParser::getNamespaceUri(int pos) const
     if (pos < 0 || (pos << 1) + 1 >= static_cast<int>(m_nspStack.size()))
         exception("IndexOutOfBoundsException");
     return m_nspStack[(pos << 1) + 1];
+}
+
+std::string XmlPullParser::getInputEncoding() const
+{
+    return m_strEncoding;
+}
+
+std::string XmlPullParser::getInputVersion() const
+{
+    return m_strVersion;
+}
+
+bool XmlPullParser::getStandalone() const
+{
+    return m_bStandalone;
 }
 
 bool XmlPullParser::getFeature(const std::string& name) const

@@ -11,7 +11,9 @@
 // outlive it. Every failure is an XmlPullParserException, after which the
 // parser is of no use. The class is exported by name from the program file,
 // its private operations included, so its member list is part of the binary
-// boundary and changes to it are changes to that boundary.
+// boundary and changes to it are changes to that boundary. For the same
+// reason every operation is defined out of line: an inline one would not be
+// exported.
 #pragma once
 
 #include "xml/xml_export.h"
@@ -51,7 +53,7 @@ public:
     // entity table, so defineEntityReplacementText fails on it.
     XmlPullParser();
     // Copies member by member; the copy reads the same stream.
-    XmlPullParser(const XmlPullParser& other) = default;
+    XmlPullParser(const XmlPullParser& other);
     ~XmlPullParser();
     // Does nothing and returns the object: a parser is never reassigned.
     XmlPullParser& operator=(const XmlPullParser& other);
@@ -74,15 +76,15 @@ public:
     // At START_TAG: reads on to the matching END_TAG.
     void skipSubTree();
 
-    int getEventType() const { return m_nType; }
-    int getDepth() const { return m_nDepth; }
-    int getLineNumber() const { return m_nLine; }
-    int getColumnNumber() const { return m_nColumn; }
+    int getEventType() const;
+    int getDepth() const;
+    int getLineNumber() const;
+    int getColumnNumber() const;
 
     // Of the current element, at START_TAG and END_TAG.
-    std::string getName() const { return m_strName; }
-    std::string getPrefix() const { return m_strPrefix; }
-    std::string getNamespace() const { return m_strNamespace; }
+    std::string getName() const;
+    std::string getPrefix() const;
+    std::string getNamespace() const;
 
     // The collected text; empty before TEXT and for an unresolved entity.
     std::string getText() const;
@@ -95,7 +97,7 @@ public:
     bool isEmptyElementTag() const;
 
     // -1 between events.
-    int getAttributeCount() const { return m_nAttributeCount; }
+    int getAttributeCount() const;
     std::string getAttributeName(int index) const;
     std::string getAttributeNamespace(int index) const;
     std::string getAttributePrefix(int index) const;
@@ -113,10 +115,10 @@ public:
     std::string getNamespacePrefix(int pos) const;
     std::string getNamespaceUri(int pos) const;
 
-    std::string getInputEncoding() const { return m_strEncoding; }
-    std::string getInputVersion() const { return m_strVersion; }
+    std::string getInputEncoding() const;
+    std::string getInputVersion() const;
     // Whether the head said standalone="yes".
-    bool getStandalone() const { return m_bStandalone; }
+    bool getStandalone() const;
 
     bool getFeature(const std::string& name) const;
     void setFeature(const std::string& name, bool value);

@@ -10,6 +10,8 @@ XmlPullParserException::XmlPullParserException(const std::string& message, const
     vn_xml::WriteParseExceptionTrace(m_strMessage, m_strState, m_nLine, m_nColumn);
 }
 
+XmlPullParserException::XmlPullParserException(const XmlPullParserException& other) = default;
+
 XmlPullParserException::~XmlPullParserException() = default;
 
 XmlPullParserException& XmlPullParserException::operator=(const XmlPullParserException& other)
@@ -20,4 +22,29 @@ XmlPullParserException& XmlPullParserException::operator=(const XmlPullParserExc
     m_nLine = other.m_nLine;
     m_nColumn = other.m_nColumn;
     return *this;
+}
+
+const std::string& XmlPullParserException::getMessage() const
+{
+    return m_strMessage;
+}
+
+const std::string& XmlPullParserException::getState() const
+{
+    return m_strState;
+}
+
+int XmlPullParserException::getLineNumber() const
+{
+    return m_nLine;
+}
+
+int XmlPullParserException::getColumnNumber() const
+{
+    return m_nColumn;
+}
+
+const char* XmlPullParserException::what() const noexcept
+{
+    return m_strMessage.c_str();
 }

@@ -14,17 +14,18 @@ public:
     // "XmlPullException.log" in the current directory. Copies leave no trace,
     // so throwing by value writes exactly one entry.
     XmlPullParserException(const std::string& message, const std::string& state, int line, int column);
-    XmlPullParserException(const XmlPullParserException& other) = default;
+    XmlPullParserException(const XmlPullParserException& other);
     ~XmlPullParserException() override;
     XmlPullParserException& operator=(const XmlPullParserException& other);
 
-    const std::string& getMessage() const { return m_strMessage; }
+    // Out of line like everything else here, so that all of it is exported.
+    const std::string& getMessage() const;
     // The name of the parser's event at the time of the failure.
-    const std::string& getState() const { return m_strState; }
-    int getLineNumber() const { return m_nLine; }
-    int getColumnNumber() const { return m_nColumn; }
+    const std::string& getState() const;
+    int getLineNumber() const;
+    int getColumnNumber() const;
 
-    const char* what() const noexcept override { return m_strMessage.c_str(); }
+    const char* what() const noexcept override;
 
 private:
     std::string m_strMessage;
