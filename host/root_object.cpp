@@ -1,11 +1,17 @@
 #include "host/root_object.h"
 
 #include <cstring>
+#include <new>
 
 #include "host/log.h"
 #include "host/module.h"
 #include "host/version_info.h"
 #include "settings/config_keys.h"
+#include "settings/connection_state.h"
+#include "settings/xml_config_manager.h"
+#include "settings/network_alive.h"
+#include "web/request.h"
+#include "web/session.h"
 #include "vfc/bstr.h"
 #include "vfc/text.h"
 
@@ -33,6 +39,13 @@ CVnLinkhostObject::CVnLinkhostObject() : m_extensions(GuidLess)
 
     m_pConfigurationData.reset(new CConfigData);
     m_pConfigurationData->SetDefaults();
+    {
+        // The file overlays the defaults. A missing or bad file leaves them in
+        // force and is no error to anyone; nothing is created here.
+        CVnLinkhostXMLConfigManager manager;
+        CConfigData* record = m_pConfigurationData.get();
+        manager.LoadConfiguration(&record);
+    }
 
     m_bExtensionsClosed = false;
     Module().SetEventHandler(nullptr);
@@ -55,6 +68,8 @@ void CVnLinkhostObject::FinalRelease()
     OnEvent(static_cast<VnLinkhostEventType>(2), *parameter, &result);
     Module().SetEventHandler(nullptr);
     m_pConfigurationData.reset();
+    // Hang up a dial-up link that this process started.
+    CVnConnectionState::DestroyInstance();
 }
 
 STDMETHODIMP CVnLinkhostObject::GetInfo(VARIANT query, VARIANT* result)
@@ -173,19 +188,94 @@ HRESULT CVnLinkhostObject::AddExtensionInterface(const GUID* id, IUnknown* objec
     return S_OK;
 }
 
-// The methods below belong to subsystems that this build does not carry yet:
-// the configuration dialog and file, sessions, and the network monitors.
-STDMETHODIMP CVnLinkhostObject::ShowConfigurationDialog(LONG) { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::CreateSession(LONG, LONG, LONG, IVnWebSession** session)
+STDMETHODIMP CVnLinkhostObject::CreateSession(LONG processId, LONG hWnd, LONG flags, IVnWebSession** session)
 {
-    if (session)
-        *session = nullptr;
-    return E_NOTIMPL;
+    if (!session)
+        return E_POINTER;
+    *session = nullptr;
+    vfc::TComPtr<CVnWebSession> created;
+    HRESULT hr = vfc::CreateInto(created);
+    if (FAILED(hr))
+        return hr;
+    hr = created->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(session));
+    if (FAILED(hr))
+        return hr;
+    if (!m_pConfigurationData)
+        LoadConfiguration();
+    // A session that fails here still exists: the client holds it already.
+    return created->SetParams(*m_pConfigurationData, static_cast<DWORD>(processId),
+                              static_cast<HWND>(LongToHandle(hWnd)), flags);
 }
-STDMETHODIMP CVnLinkhostObject::SaveConfiguration() { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::LoadConfiguration() { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::CheckNetworkAlive(VARIANT_BOOL*) { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::CheckDestinationReachable(BSTR, VARIANT_BOOL*) { return E_NOTIMPL; }
+
+STDMETHODIMP CVnLinkhostObject::CheckNetworkAlive(VARIANT_BOOL* alive)
+{
+    DWORD flags = 0;
+    const BOOL up = vn_network::IsNetworkAliveDynamic(&flags);
+    if (alive)
+        *alive = up ? VARIANT_TRUE : VARIANT_FALSE;
+    return S_OK;
+}
+
+STDMETHODIMP CVnLinkhostObject::CheckDestinationReachable(BSTR destination, VARIANT_BOOL* reachable)
+{
+    const char* const method = "CVnLinkhostObject::CheckDestinationReachable";
+    VARIANT_BOOL ignored;
+    VARIANT_BOOL& answer = reachable ? *reachable : ignored;
+    answer = VARIANT_TRUE;
+    // A complete GET through the ordinary pipeline, proxy and dial-up included.
+    vfc::TComPtr<IVnWebSession> session;
+    HRESULT hr = CreateSession(static_cast<LONG>(::GetCurrentProcessId()), 0, 1, session.put());
+    if (FAILED(hr)) {
+        answer = VARIANT_FALSE;
+        LogLine(vn_log::kErrorHex, method, "CreateWebSession failed.", static_cast<unsigned>(hr));
+        return S_OK;
+    }
+    vfc::TComPtr<IVnWebRequest> request;
+    vfc::TBstr verb(L"GET");
+    hr = session->CreateWebRequest(destination, verb.get(), request.put());
+    if (FAILED(hr)) {
+        answer = VARIANT_FALSE;
+        LogLine(vn_log::kErrorHex, method, "CreateWebRequest failed.", static_cast<unsigned>(hr));
+        return S_OK;
+    }
+    vfc::TComPtr<IVnWebResult> result;
+    hr = request->Execute(result.put());
+    if (FAILED(hr) || !result) {
+        answer = VARIANT_FALSE;
+        LogLine(vn_log::kErrorHex, method, "VnWebRequest->Execute failed.", static_cast<unsigned>(hr));
+        return S_OK;
+    }
+    LONG code = 0;
+    result->get_ResultCode(&code);
+    if (code != 200) {
+        answer = VARIANT_FALSE;
+        LogLine(vn_log::kErrorDec, method, "VnWebRequest->Execute return wrong code.", static_cast<int>(code));
+    }
+    return S_OK;
+}
+
+// The methods below belong to subsystems that this build does not carry yet:
+// the configuration dialog and the network monitors.
+STDMETHODIMP CVnLinkhostObject::ShowConfigurationDialog(LONG) { return E_NOTIMPL; }
+// Both run without a lock, like the keys: the record is only replaced when a
+// user confirms the dialog. A record made here because there was none stays
+// zeroed with empty texts; the defaults belong to the constructor alone.
+STDMETHODIMP CVnLinkhostObject::SaveConfiguration()
+{
+    if (!m_pConfigurationData)
+        m_pConfigurationData.reset(new (std::nothrow) CConfigData);
+    CVnLinkhostXMLConfigManager manager;
+    return manager.SaveConfiguration(m_pConfigurationData.get());
+}
+
+STDMETHODIMP CVnLinkhostObject::LoadConfiguration()
+{
+    if (!m_pConfigurationData)
+        m_pConfigurationData.reset(new (std::nothrow) CConfigData);
+    CVnLinkhostXMLConfigManager manager;
+    CConfigData* record = m_pConfigurationData.get();
+    return manager.LoadConfiguration(&record);
+}
 STDMETHODIMP CVnLinkhostObject::RegisterSensEventSink(IVnLinkhostSensEventSink*) { return E_NOTIMPL; }
 STDMETHODIMP CVnLinkhostObject::UnRegisterSensEventSink(IVnLinkhostSensEventSink*) { return E_NOTIMPL; }
 STDMETHODIMP CVnLinkhostObject::RegisterWMINetworkEventSink(IVnLinkhostWMINetworkEventSink*) { return E_NOTIMPL; }
