@@ -1,6 +1,7 @@
 // Owners of the automation types: BSTR and VARIANT.
 #pragma once
 
+#include <windows.h>
 #include <oleauto.h>
 
 #include <string>

@@ -9,7 +9,9 @@
 #include <new>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
+#include "vfc/com_ptr.h"
 #include "vfc/module_lock.h"
 
 namespace vfc {
@@ -133,5 +135,16 @@ private:
 
     std::atomic<ULONG> m_cRef{0};
 };
+
+// Creates an object of class T (a TComObject) into a counted pointer; the
+// status of the creation, with the pointer empty on failure.
+template <typename T, typename... Args>
+HRESULT CreateInto(TComPtr<T>& out, Args&&... args)
+{
+    T* raw = nullptr;
+    HRESULT hr = T::Create(&raw, std::forward<Args>(args)...);
+    out.attach(raw);
+    return hr;
+}
 
 }  // namespace vfc

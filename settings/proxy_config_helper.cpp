@@ -1,0 +1,100 @@
+#include "settings/proxy_config_helper.h"
+
+#include "host/log.h"
+#include "host/status.h"
+#include "settings/connection_state.h"
+
+HRESULT CVnProxyConfigHelper::GetProxyAddress(const CConfigData& record, std::string& proxy, std::string& bypass,
+                                              VnProcessMonitor& monitor, const std::string& url)
+{
+    // A connection over dial-up never uses a proxy, whatever the mode.
+    if (CVnConnectionState::getInstance()->m_DirectDial == 1) {
+        proxy.clear();
+        bypass.clear();
+        return S_FALSE;
+    }
+    HRESULT hr = S_OK;
+    const char* failure = nullptr;
+    switch (record.m_ProxyMode) {
+    case ProxyNone:
+        proxy.clear();
+        bypass.clear();
+        return S_FALSE;
+    case ProxyManual:
+        proxy = record.m_ProxyAddress + ":" + std::to_string(record.m_ProxyPort);
+        bypass = record.m_ProxyExclude;
+        return S_OK;
+    case ProxyAuto:
+        bypass.clear();
+        hr = GetProxyAuto(proxy, monitor, url);
+        failure = "GetProxyAuto failed.";
+        break;
+    case ProxyScript:
+        bypass.clear();
+        hr = GetProxyJS(record, proxy, url, monitor);
+        failure = "GetProxyJS failed.";
+        break;
+    default:
+        return S_FALSE;
+    }
+    if (hr == S_OK)
+        return S_OK;
+    LogLine(vn_log::kErrorHex, "CVnProxyConfigHelper::GetProxyAddress", failure, static_cast<unsigned>(hr));
+    proxy.clear();
+    return S_FALSE;
+}
+
+HRESULT CVnProxyConfigHelper::GetProxyFromString(const std::string& answer, std::string& proxy)
+{
+    proxy = answer;
+    const size_t at = proxy.find("PROXY ");
+    if (at != std::string::npos) {
+        proxy.erase(at, 6);
+        const char* blanks = " \t\r\n";
+        const size_t first = proxy.find_first_not_of(blanks);
+        const size_t last = proxy.find_last_not_of(blanks);
+        proxy = first == std::string::npos ? std::string() : proxy.substr(first, last - first + 1);
+        return S_OK;
+    }
+    const bool direct = proxy.find("DIRECT") != std::string::npos;
+    proxy.clear();
+    return direct ? S_FALSE : VN_E_BAD_SCRIPT_ANSWER;
+}
+
+HRESULT CVnProxyConfigHelper::GetUrlParts(const std::string& url, std::string& host, std::string& path,
+                                          INTERNET_PORT& port, INTERNET_SCHEME& scheme)
+{
+    host = url;
+    path.clear();
+    URL_COMPONENTSA parts = {};
+    parts.dwStructSize = sizeof parts;
+    // Non-zero lengths with null pointers ask for pointers into the URL.
+    parts.dwSchemeLength = parts.dwHostNameLength = parts.dwUserNameLength = parts.dwPasswordLength =
+        parts.dwUrlPathLength = parts.dwExtraInfoLength = 1;
+    if (!::InternetCrackUrlA(url.c_str(), static_cast<DWORD>(::lstrlenA(url.c_str())), 0, &parts)) {
+        LogLine(vn_log::kErrorDec, "CVnProxyConfigHelper::GetUrlParts", "InternetCrackUrl failed.",
+                static_cast<int>(::GetLastError()));
+        return VN_E_BAD_URL;
+    }
+    if (parts.nScheme != INTERNET_SCHEME_HTTP && parts.nScheme != INTERNET_SCHEME_HTTPS)
+        return VN_E_BAD_URL;
+    if (parts.lpszHostName && parts.dwHostNameLength)
+        host.assign(parts.lpszHostName, parts.dwHostNameLength);
+    port = parts.nPort;
+    if (parts.lpszUrlPath && parts.dwUrlPathLength)
+        path.assign(parts.lpszUrlPath, parts.dwUrlPathLength);
+    if (parts.lpszExtraInfo && parts.dwExtraInfoLength)
+        path.append(parts.lpszExtraInfo, parts.dwExtraInfoLength);
+    scheme = parts.nScheme;
+    return S_OK;
+}
+
+HRESULT CVnProxyConfigHelper::GetHostByUrl(const std::string& url, std::string& host)
+{
+    // An address without "http://" anywhere gets it in front, an "https://" one too.
+    const std::string full = url.find("http://") == std::string::npos ? "http://" + url : url;
+    std::string path;
+    INTERNET_PORT port = 0;
+    INTERNET_SCHEME scheme = INTERNET_SCHEME_HTTP;
+    return GetUrlParts(full, host, path, port, scheme);
+}

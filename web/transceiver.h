@@ -1,0 +1,127 @@
+// CVnLinkhostWITransceiver: the platform's asynchronous internet client made
+// blocking. Each operation sets up the one shared context record, calls the
+// platform, and when the platform answers that the work is pending, waits on
+// an event that the status callback sets, while watching for the client's
+// death through the process monitor.
+#pragma once
+
+#include <windows.h>
+#include <wininet.h>
+
+#include <string>
+
+#include "vfc/unique_resource.h"
+#include "web/process_monitor.h"
+
+class CVnLinkhostWITransceiver;
+
+// How a URL is split for the opening operations. The version is always empty.
+struct ConnectionParts {
+    std::string host;
+    std::string verb;
+    std::string path;
+    std::string version;
+    INTERNET_PORT port = 0;
+    INTERNET_SCHEME scheme = INTERNET_SCHEME_HTTP;
+};
+
+// Called by the receive loop after every read: the buffer, its size, the bytes
+// read and the caller's parameter. 0 goes on, anything else stops.
+using ReceiveDataCallback = LONG (*)(BYTE* buffer, DWORD cbBuffer, DWORD cbRead, void* param);
+
+class CVnLinkhostWITransceiver {
+public:
+    // Which platform operation is in flight; the status callback reads it.
+    enum State : DWORD {
+        StateConnect = 0,
+        StateOpenRequest = 1,
+        StateSendRequest = 2,
+        StateUnused = 3,
+        StateSendRequestEx = 4,
+        StateReadFile = 5,
+        StateWriteFile = 6,
+        StateEndRequest = 7,
+        StateCloseHandle = 8,
+    };
+
+    // The record whose address goes to the platform with every call.
+    struct Context {
+        volatile DWORD dwState = StateConnect;
+        HINTERNET* phHandle = nullptr;
+        HANDLE hEvent = nullptr;
+        volatile DWORD dwError = 0;
+        CVnLinkhostWITransceiver* pTransceiver = nullptr;
+    };
+
+    CVnLinkhostWITransceiver();
+    ~CVnLinkhostWITransceiver();
+    CVnLinkhostWITransceiver(const CVnLinkhostWITransceiver&) = delete;
+    CVnLinkhostWITransceiver& operator=(const CVnLinkhostWITransceiver&) = delete;
+
+    void SetProxyOptions(const std::string& proxy, bool bBypassLocal, const std::string& bypassList);
+    void SetLoginData(const std::string& userName, const std::string& password);
+    void SetWindow(HWND hWnd) { m_hWnd = hWnd; }
+    HWND GetWindow() const { return m_hWnd; }
+    void SetInteractive(bool interactive) { m_bInteractive = interactive; }
+    void SetSkipHeadAuthentication(bool skip) { m_bSkipHeadAuth = skip; }
+    void SetMonitor(const VnProcessMonitor& monitor) { m_monitor = monitor; }
+    void SetReceiveDataCallback(ReceiveDataCallback callback) { m_lpfnReceiveDataCallback = callback; }
+    bool IsBodyChunked() const { return m_bBodyChunked; }
+    bool IsProxyPlainAuth() const { return m_bProxyPlainAuth; }
+    bool IsServerPlainAuth() const { return m_bServerPlainAuth; }
+    const std::string& GetProxy() const { return m_tstrProxy; }
+
+    LONG SendHeadersAsync(const ConnectionParts& parts, const std::string& headers, int iRetry);
+    LONG SendRequest(const char* headers, DWORD cbHeaders, const void* body, DWORD cbBody);
+    LONG SendData(const void* data, DWORD cb);
+    LONG EndSendData();
+    LONG EndSendHeadersAsync();
+    LONG ReceiveHeadersSync(std::string& text, DWORD dwInfoLevel);
+    LONG _lastRequestVerb(std::string& text);
+    LONG ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, void* param);
+    LONG EndReceiveDataAsync(bool bCloseAll);
+    void CloseAllInternetHandles();
+    LONG _authenticate();
+
+private:
+    friend class CVnTransceiverTestAccess;
+
+    LONG _initConnection(bool bCloseAll, const ConnectionParts& parts, DWORD dwExtraFlags);
+    LONG _sendAuthRequest(const ConnectionParts& parts, const std::string& headers, int& iAuthResult);
+    LONG _processRetryError(const char* method, const char* message);
+    LONG _closeHandleInternet(HINTERNET* pHandle);
+    // Prepares the context for one operation on one of the three events.
+    void _beginOperation(State state, int event);
+    std::string _bypassText() const;
+    // Reads the status of the response to a pending send and the challenge
+    // scheme of a 401 or 407; runs on the platform's callback thread.
+    void _readChallenge();
+
+    static void CALLBACK StatusCallback(HINTERNET hInternet, DWORD_PTR context, DWORD status, LPVOID info,
+                                        DWORD length);
+
+    // The three platform handles. They are closed only through
+    // _closeHandleInternet, which takes the status callback off first and
+    // knows the platform's asynchronous close; so they are plain fields.
+    HINTERNET m_hInternet = nullptr;
+    HINTERNET m_hConnect = nullptr;
+    HINTERNET m_hRequest = nullptr;
+    Context m_context;
+    vfc::THandle m_hEvents[3];
+    VnProcessMonitor m_monitor;
+    ReceiveDataCallback m_lpfnReceiveDataCallback = nullptr;
+    bool m_bProxyChanged = true;
+    bool m_bBypassLocal = false;
+    const bool m_bBodyChunked = true;
+    volatile bool m_bProxyPlainAuth = true;
+    volatile bool m_bServerPlainAuth = true;
+    std::string m_tstrProxy;
+    std::string m_tstrUserName;
+    std::string m_tstrPassword;
+    std::string m_tstrBypassBuffer;
+    std::string m_tstrBypassList;
+    bool m_bAuthenticated = false;
+    HWND m_hWnd = nullptr;
+    bool m_bInteractive = true;
+    bool m_bSkipHeadAuth = false;
+};
