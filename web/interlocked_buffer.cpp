@@ -72,14 +72,19 @@ bool InterlockedBuffer::Write(const BYTE* pbData, DWORD cb)
     DWORD take = std::min(maxChunkSize, cb);
     while (cb > 0) {
         if (bWaitWhenFull && cbQueued + take > dwMaxSize) {
-            // The reset happens under the lock, so a read that makes room after
-            // this point sets the event again and the wait below sees it.
+            // The reset and the flag happen under the lock, so the read that
+            // makes room after this point sets the event and the wait sees it.
             ::ResetEvent(hSpaceEvent.get());
+            ++m_cWritersWaiting;
+            const bool wakeReader = m_cReadersWaiting > 0;
             lock.Leave();
-            ::SetEvent(hDataEvent.get());
-            if (!_waitForSpace())
-                return false;
+            if (wakeReader)
+                ::SetEvent(hDataEvent.get());
+            const bool goOn = _waitForSpace();
             lock.Enter();
+            --m_cWritersWaiting;
+            if (!goOn)
+                return false;
             continue;
         }
         Chunk chunk{std::unique_ptr<BYTE[]>(new BYTE[take]), take};
@@ -91,8 +96,10 @@ bool InterlockedBuffer::Write(const BYTE* pbData, DWORD cb)
         take = std::min(maxChunkSize, cb);
     }
     const bool belowLimit = cbQueued < dwMaxSize;
+    const bool wakeReader = m_cReadersWaiting > 0;
     lock.Leave();
-    ::SetEvent(hDataEvent.get());
+    if (wakeReader)
+        ::SetEvent(hDataEvent.get());
     return belowLimit;
 }
 
@@ -130,16 +137,18 @@ DWORD InterlockedBuffer::Read(BYTE* pb, DWORD cb)
         return 0;
     while (cbQueued == 0) {
         ::ResetEvent(hDataEvent.get());
+        ++m_cReadersWaiting;
         lock.Leave();
         TraceLine(vn_log::kInfo, "InterlockedBuffer::Read", "WaitForSingleObject ... Start");
         // The streams never let a reader wait here, so it needs no monitor.
         const DWORD result = ::WaitForSingleObject(hDataEvent.get(), INFINITE);
         if (result == WAIT_TIMEOUT)
             LogLine(vn_log::kError, "InterlockedBuffer::Read", "WAIT_TIMEOUT");
-        if (result == WAIT_FAILED)
-            return 0;
         TraceLine(vn_log::kInfo, "InterlockedBuffer::Read", "WaitForSingleObject ... End");
         lock.Enter();
+        --m_cReadersWaiting;
+        if (result == WAIT_FAILED)
+            return 0;
     }
 
     const DWORD n = std::min(cb, cbQueued);
@@ -157,8 +166,10 @@ DWORD InterlockedBuffer::Read(BYTE* pb, DWORD cb)
             cbFrontConsumed += part;
         }
     }
+    const bool wakeWriter = m_cWritersWaiting > 0;
     lock.Leave();
-    ::SetEvent(hSpaceEvent.get());
+    if (wakeWriter)
+        ::SetEvent(hSpaceEvent.get());
     return n;
 }
 

@@ -53,7 +53,7 @@ private:
         DWORD cb;
     };
 
-    // Enters the lock again; false when the client died while the writer waited.
+    // Waits outside the lock; false when the client died while the writer waited.
     bool _waitForSpace();
 
     const DWORD maxChunkSize;
@@ -67,5 +67,11 @@ private:
     vfc::TCriticalSection m_cs;
     vfc::THandle hSpaceEvent;
     vfc::THandle hDataEvent;
+    // Under the lock: how many of each side wait on their event. Each side
+    // sets the other's event only when someone waits for it, since under Wine
+    // every set is a call to the server, which would otherwise come with
+    // every chunk.
+    int m_cWritersWaiting = 0;
+    int m_cReadersWaiting = 0;
     VnProcessMonitor m_monitor;
 };

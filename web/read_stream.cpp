@@ -2,8 +2,26 @@
 // receive thread to the client.
 #include "web/streams.h"
 
+#include <algorithm>
+
 #include "host/log.h"
 #include "host/status.h"
+
+namespace {
+
+// About as long as a wait and its wake-up cost; on a single processor the
+// writer can't run while the reader looks, so it does not look at all.
+int SpinsBeforeWait() noexcept
+{
+    static const int spins = [] {
+        SYSTEM_INFO info;
+        ::GetSystemInfo(&info);
+        return info.dwNumberOfProcessors > 1 ? 500 : 0;
+    }();
+    return spins;
+}
+
+}  // namespace
 
 CVnQueueReadStream::CVnQueueReadStream()
 {
@@ -74,9 +92,25 @@ STDMETHODIMP CVnQueueReadStream::Write(SAFEARRAY*, LONG, LONG, LONG* count)
 
 LONG CVnQueueReadStream::WriteToQueue(const BYTE* data, LONG iStartIndex, LONG iWriteCount)
 {
-    const LONG written = CVnQueueCustomStream::WriteToQueue(data, iStartIndex, iWriteCount);
-    ::SetEvent(hDataReadyEvent.get());
-    return written;
+    if (!data || iStartIndex < 0 || iWriteCount <= 0) {
+        const LONG refused = CVnQueueCustomStream::WriteToQueue(data, iStartIndex, iWriteCount);
+        _wakeReader();
+        return refused;
+    }
+    // The reader waits on hDataReadyEvent, and a writer waits for room inside
+    // the buffer. Were a write longer than one chunk queued in one piece, the
+    // writer could fill the queue and wait for room while the reader, which
+    // found the queue empty a moment before, waits for an event that comes
+    // only at the end of the write. Chunk by chunk, every byte in the queue
+    // has been announced before the writer can wait. The receive thread
+    // writes one chunk at a time anyway.
+    for (LONG done = 0; done < iWriteCount;) {
+        const LONG piece = std::min(static_cast<LONG>(kStreamChunkSize), iWriteCount - done);
+        CVnQueueCustomStream::WriteToQueue(data, iStartIndex + done, piece);
+        _wakeReader();
+        done += piece;
+    }
+    return iWriteCount;
 }
 
 std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LONG* pCount, DWORD dwTimeout)
@@ -89,7 +123,26 @@ std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LO
     LONG available = 0;
     get_AvailableBytes(&available);
     while (available == 0 && !bDone) {
+        // Announce the wait, then look once more: a write that queued its
+        // bytes before the announcement is seen here, and one that queued
+        // them after it sees the announcement and sets the event.
+        // The receive thread usually brings the next chunk within
+        // microseconds; a short look before the wait saves the two calls to
+        // the server that a wait and its wake-up cost under Wine.
+        for (int spin = 0; spin < SpinsBeforeWait() && available == 0 && !bDone; ++spin) {
+            YieldProcessor();
+            get_AvailableBytes(&available);
+        }
+        if (available != 0 || bDone)
+            break;
+        ++m_cReadersWaiting;
+        get_AvailableBytes(&available);
+        if (available != 0 || bDone) {
+            --m_cReadersWaiting;
+            break;
+        }
         const DWORD result = m_monitor.Wait(hDataReadyEvent.get(), dwTimeout);
+        --m_cReadersWaiting;
         if (result == WAIT_TIMEOUT) {
             // A read that ran out of time ends the body for good: the receive
             // thread stops at its next block, and later reads do not resume.
@@ -113,13 +166,21 @@ std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LO
         }
         get_AvailableBytes(&available);
     }
-    ::ResetEvent(hDataReadyEvent.get());
+    // The event is not reset here: a set left over from a write whose bytes
+    // this read takes costs the next wait one more look at the queue, while
+    // a reset would cost every read a call to the server under Wine.
 
     std::unique_ptr<BYTE[]> block = CVnQueueCustomStream::ReadFromQueue(iMaximumCount, pCount, dwTimeout);
     // The body ended before its Content-Length: the bytes missing will never come.
     if (*pCount == 0 && bDone && static_cast<LONG>(GetPosition()) < iExpectedLength)
         *pCount = -1;
     return block;
+}
+
+void CVnQueueReadStream::_wakeReader() noexcept
+{
+    if (m_cReadersWaiting > 0)
+        ::SetEvent(hDataReadyEvent.get());
 }
 
 void CVnQueueReadStream::SetDone(bool done)

@@ -78,7 +78,8 @@ public:
 
     // Queues iWriteCount bytes from data + iStartIndex, then runs the
     // after-write callback. Gives iWriteCount, or 0 for invalid parameters.
-    // On the read side it waits while the queue is full.
+    // The read side queues chunk by chunk, waiting while the queue is full
+    // and waking the reader after each chunk.
     virtual LONG WriteToQueue(const BYTE* data, LONG iStartIndex, LONG iWriteCount);
     // Takes up to iMaximumCount bytes (0, or more than is queued, means all
     // that is queued) into a block with one zero byte behind them. The count
@@ -173,9 +174,15 @@ public:
     HRESULT FinalConstruct() noexcept;
 
 private:
+    // Sets hDataReadyEvent when a reader waits for it.
+    void _wakeReader() noexcept;
+
     std::shared_ptr<IReceiveThreadOwner> m_spReceiveThread;
     VnProcessMonitor m_monitor;
     vfc::THandle hDataReadyEvent;
+    // Readers about to wait or waiting on hDataReadyEvent; a write sets the
+    // event only when there is one, which saves a call to the server per chunk.
+    std::atomic<int> m_cReadersWaiting{0};
     // Written by the client's thread and the receive thread, read by both.
     std::atomic<bool> bDone{false};
     std::atomic<LONG> iExpectedLength{0};

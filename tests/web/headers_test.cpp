@@ -313,7 +313,12 @@ TEST(HeadersEnumeration, SkipStopsAtTheEndAndResetStartsOver)
     EXPECT_EQ(S_OK, headers->Reset());
     EXPECT_EQ(S_OK, headers->Skip(1000));
     EXPECT_EQ(std::vector<std::wstring>{}, Remaining(headers.get()));
+    // The position stopped at the end, so a pair added now comes next.
+    headers->AddHeader(L"D", L"4");
+    EXPECT_EQ((std::vector<std::wstring>{L"D: 4"}), Remaining(headers.get()));
     EXPECT_EQ(S_OK, headers->Skip(0xFFFFFFFFu));
+    EXPECT_EQ(std::vector<std::wstring>{}, Remaining(headers.get()));
+    headers->AddHeader(L"D", L"");
     headers->Reset();
     EXPECT_EQ((std::vector<std::wstring>{L"A: 1", L"B: 2", L"C: 3"}), Remaining(headers.get()));
 }

@@ -36,7 +36,8 @@ void Fill(InterlockedBuffer& buffer)
 class BlockedWriter {
 public:
     explicit BlockedWriter(InterlockedBuffer& buffer)
-        : m_thread([this, &buffer] {
+        : m_buffer(buffer),
+          m_thread([this, &buffer] {
               const std::vector<BYTE> extra(kChunk, 0x5A);
               m_result = buffer.Write(extra.data(), kChunk);
               m_returned = true;
@@ -45,14 +46,18 @@ public:
     }
     ~BlockedWriter()
     {
-        if (m_thread.joinable())
-            m_thread.join();
+        // A writer that the test expected to be freed but was not is freed
+        // here, so that the failure shows instead of a hang.
+        if (!m_returned)
+            m_buffer.Drain();
+        m_thread.join();
     }
     bool returned() const { return m_returned; }
     bool result() const { return m_result; }
     bool WaitReturned() { return WaitUntil([this] { return m_returned.load(); }, 20000); }
 
 private:
+    InterlockedBuffer& m_buffer;
     std::atomic<bool> m_returned{false};
     std::atomic<bool> m_result{true};
     std::thread m_thread;

@@ -51,21 +51,100 @@ LONG Available(IVnStream* stream)
     return count;
 }
 
-// Plays the receive thread: writes the body in blocks of 4096 bytes, as the
-// receive callback does, then sets the stream done.
-std::thread Producer(CVnQueueReadStream* stream, const std::vector<BYTE>& body, LONG block = 4096)
-{
-    return std::thread([stream, &body, block] {
-        for (size_t off = 0; off < body.size(); off += block) {
-            const LONG n = static_cast<LONG>(std::min<size_t>(block, body.size() - off));
-            stream->WriteToQueue(body.data(), static_cast<LONG>(off), n);
+// Plays the receive thread: writes the body in blocks, 4096 bytes as the
+// receive callback does unless told otherwise, and then, when asked, sets
+// the stream done. Joined at the latest when the test ends; a writer still
+// held back then is freed by emptying the queue, so that a fault fails the
+// test instead of hanging it.
+class TWriter {
+public:
+    TWriter(CVnQueueReadStream* stream, const std::vector<BYTE>& body, LONG block = 4096, bool setDone = true)
+        : m_stream(stream),
+          m_thread([this, &body, block, setDone] {
+              for (size_t off = 0; off < body.size(); off += block) {
+                  const LONG n = static_cast<LONG>(std::min<size_t>(block, body.size() - off));
+                  m_stream->WriteToQueue(body.data(), static_cast<LONG>(off), n);
+              }
+              if (setDone)
+                  m_stream->SetDone(true);
+              m_returned = true;
+          })
+    {
+    }
+    ~TWriter() { Finish(); }
+    TWriter(const TWriter&) = delete;
+    TWriter& operator=(const TWriter&) = delete;
+
+    bool returned() const { return m_returned; }
+    // Joins the writer; false when it did not end by itself within 20 s.
+    bool Finish()
+    {
+        if (!m_thread.joinable())
+            return true;
+        const bool byItself = WaitUntil([this] { return m_returned.load(); }, 20000);
+        for (int round = 0; !m_returned && round < 100000; ++round) {
+            LONG count = 0;
+            m_stream->CVnQueueCustomStream::ReadFromQueue(0, &count, 0);
+            ::Sleep(1);
         }
-        stream->SetDone(true);
-    });
-}
+        m_thread.join();
+        return byItself;
+    }
+
+private:
+    CVnQueueReadStream* m_stream;
+    std::atomic<bool> m_returned{false};
+    std::thread m_thread;
+};
+
+// A client call of Read on its own thread. Joined at the latest when the
+// test ends; a reader still waiting then is freed by data and the end of the
+// body.
+class TReader {
+public:
+    TReader(CVnQueueReadStream* stream, LONG maximumCount)
+        : m_stream(stream),
+          m_thread([this, maximumCount] {
+              TSafeArray array;
+              const HRESULT hr = m_stream->Read(maximumCount, array.put());
+              if (array)
+                  m_bytes = ArrayBytes(array.get());
+              m_result = hr;
+          })
+    {
+    }
+    ~TReader() { Finish(); }
+    TReader(const TReader&) = delete;
+    TReader& operator=(const TReader&) = delete;
+
+    // E_PENDING while the call has not returned.
+    HRESULT result() const { return m_result; }
+    // Joins the reader; false when it did not return by itself within 20 s.
+    bool Finish()
+    {
+        if (!m_thread.joinable())
+            return true;
+        const bool byItself = WaitUntil([this] { return m_result.load() != E_PENDING; }, 20000);
+        if (!byItself) {
+            Put(m_stream, "x");
+            m_stream->SetDone(true);
+        }
+        m_thread.join();
+        return byItself;
+    }
+    // What the call read; valid after Finish.
+    const std::vector<BYTE>& bytes() const { return m_bytes; }
+
+private:
+    CVnQueueReadStream* m_stream;
+    std::atomic<HRESULT> m_result{E_PENDING};
+    std::vector<BYTE> m_bytes;
+    std::thread m_thread;
+};
 
 // Reads with changing sizes until the stream gives an empty array; every
-// read must succeed. Keeps the largest queue seen on the way.
+// read must succeed, and none may wait longer than 20 s. Keeps the largest
+// queue seen on the way.
 std::vector<BYTE> ReadToEnd(IVnStream* stream, LONG* largestQueue)
 {
     const LONG sizes[] = {1, 4095, 4096, 4097, 10000, 0, 65536, 300000};
@@ -73,7 +152,7 @@ std::vector<BYTE> ReadToEnd(IVnStream* stream, LONG* largestQueue)
     for (size_t i = 0;; ++i) {
         *largestQueue = std::max(*largestQueue, Available(stream));
         TSafeArray array;
-        const HRESULT hr = stream->Read(sizes[i % 8], array.put());
+        const HRESULT hr = stream->ReadWithTimeout(sizes[i % 8], 20000, array.put());
         if (hr != S_OK) {
             ADD_FAILURE() << "Read failed with " << std::hex << hr;
             break;
@@ -92,10 +171,10 @@ TEST(ReadStreamTransfer, BodyFarAboveTheBoundArrivesWholeAndInOrder)
 {
     auto stream = NewReadStream();
     const std::vector<BYTE> body = Pattern(16 * kLimit + 1234, 11);
-    std::thread producer = Producer(stream.get(), body);
+    TWriter producer(stream.get(), body);
     LONG largest = 0;
     const std::vector<BYTE> got = ReadToEnd(stream.get(), &largest);
-    producer.join();
+    EXPECT_TRUE(producer.Finish());
 
     EXPECT_EQ(body.size(), got.size());
     EXPECT_TRUE(got == body);
@@ -107,10 +186,10 @@ TEST(ReadStreamTransfer, OneWriteFarAboveTheBoundIsQueuedAsTheClientReads)
 {
     auto stream = NewReadStream();
     const std::vector<BYTE> body = Pattern(6 * kLimit + 17, 12);
-    std::thread producer = Producer(stream.get(), body, static_cast<LONG>(body.size()));
+    TWriter producer(stream.get(), body, static_cast<LONG>(body.size()));
     LONG largest = 0;
     const std::vector<BYTE> got = ReadToEnd(stream.get(), &largest);
-    producer.join();
+    EXPECT_TRUE(producer.Finish());
 
     EXPECT_TRUE(got == body);
     EXPECT_LE(largest, kLimit);
@@ -120,41 +199,29 @@ TEST(ReadStreamTransfer, FullQueueHoldsTheWriterUntilTheClientReads)
 {
     auto stream = NewReadStream();
     const std::vector<BYTE> body = Pattern(kLimit + 4096, 13);
-    std::atomic<bool> returned{false};
-    std::thread writer([&] {
-        for (size_t off = 0; off < body.size(); off += 4096)
-            stream->WriteToQueue(body.data(), static_cast<LONG>(off), 4096);
-        returned = true;
-    });
+    TWriter writer(stream.get(), body, 4096, false);
     ASSERT_TRUE(WaitUntil([&] { return Available(stream.get()) == kLimit; }, 20000));
     ::Sleep(200);
-    EXPECT_FALSE(returned);
+    EXPECT_FALSE(writer.returned());
     EXPECT_EQ(kLimit, Available(stream.get()));
 
     TSafeArray array;
     ASSERT_EQ(S_OK, stream->Read(4096, array.put()));
     EXPECT_TRUE(ArrayBytes(array.get()) == std::vector<BYTE>(body.begin(), body.begin() + 4096));
-    EXPECT_TRUE(WaitUntil([&] { return returned.load(); }, 20000));
-    writer.join();
+    EXPECT_TRUE(writer.Finish());
     EXPECT_EQ(kLimit, Available(stream.get()));
 }
 
 TEST(ReadStreamTransfer, EndOfBodyWakesAWaitingReader)
 {
     auto stream = NewReadStream();
-    std::atomic<HRESULT> result{E_PENDING};
-    std::atomic<size_t> size{99};
-    std::thread reader([&] {
-        TSafeArray array;
-        result = stream->Read(100, array.put());
-        size = array ? ArrayBytes(array.get()).size() : 99;
-    });
+    TReader reader(stream.get(), 100);
     ::Sleep(100);
-    EXPECT_EQ(E_PENDING, result.load());
+    EXPECT_EQ(E_PENDING, reader.result());
     stream->SetDone(true);
-    reader.join();
-    EXPECT_EQ(S_OK, result.load());
-    EXPECT_EQ(0u, size.load());
+    EXPECT_TRUE(reader.Finish());
+    EXPECT_EQ(S_OK, reader.result());
+    EXPECT_EQ(0u, reader.bytes().size());
 }
 
 TEST(ReadStreamTransfer, DataArrivingWithinTheTimeOutIsRead)
@@ -214,7 +281,8 @@ TEST(ReadStreamTimeOut, AnExpiredReadEndsTheStreamForGood)
         // No second time-out and no wait: the body is over.
         EXPECT_EQ(S_OK, stream->ReadWithTimeout(10, 0, array.put()));
         EXPECT_EQ(0u, ArrayBytes(array.get()).size());
-        EXPECT_EQ(S_OK, stream->Read(10, array.put()));
+        // A stream that was not done would run out of time here once more.
+        EXPECT_EQ(S_OK, stream->ReadWithTimeout(10, 5000, array.put()));
         EXPECT_EQ(0u, ArrayBytes(array.get()).size());
         EXPECT_TRUE(stream->IsDone());
     }
@@ -229,7 +297,7 @@ TEST(ReadStreamTimeOut, ATimeOutLeavesTheBodyShortOfItsLength)
     ASSERT_EQ(S_OK, stream->ReadWithTimeout(0, 0, array.put()));
     EXPECT_EQ("abc", ArrayText(array.get()));
     EXPECT_EQ(VN_E_READ_TIMEOUT, stream->ReadWithTimeout(0, 0, array.put()));
-    EXPECT_EQ(VN_E_STREAM_BROKEN, stream->Read(0, array.put()));
+    EXPECT_EQ(VN_E_STREAM_BROKEN, stream->ReadWithTimeout(0, 5000, array.put()));
     EXPECT_FALSE(array);
 }
 
@@ -343,17 +411,13 @@ TEST(ReadStreamClientDeath, AWaitingReadEndsAsBroken)
     ASSERT_TRUE(client.started());
     auto stream = NewReadStream();
     stream->SetMonitor(VnProcessMonitor(client.pid()));
-    std::atomic<HRESULT> result{E_PENDING};
-    std::thread reader([&] {
-        TSafeArray array;
-        result = stream->Read(100, array.put());
-    });
+    TReader reader(stream.get(), 100);
     ::Sleep(100);
-    EXPECT_EQ(E_PENDING, result.load());
+    EXPECT_EQ(E_PENDING, reader.result());
 
     client.Kill();
-    reader.join();
-    EXPECT_EQ(VN_E_STREAM_BROKEN, result.load());
+    EXPECT_TRUE(reader.Finish());
+    EXPECT_EQ(VN_E_STREAM_BROKEN, reader.result());
     EXPECT_TRUE(stream->IsDone());
     EXPECT_EQ(-1, Available(stream.get()));
 }
@@ -365,19 +429,13 @@ TEST(ReadStreamClientDeath, AWriterWaitingForRoomIsFreedAndTheQueueStays)
     auto stream = NewReadStream();
     stream->SetMonitor(VnProcessMonitor(client.pid()));
     const std::vector<BYTE> body = Pattern(kLimit + 4096, 14);
-    std::atomic<bool> returned{false};
-    std::thread writer([&] {
-        for (size_t off = 0; off < body.size(); off += 4096)
-            stream->WriteToQueue(body.data(), static_cast<LONG>(off), 4096);
-        returned = true;
-    });
+    TWriter writer(stream.get(), body, 4096, false);
     ASSERT_TRUE(WaitUntil([&] { return Available(stream.get()) == kLimit; }, 20000));
     ::Sleep(100);
-    EXPECT_FALSE(returned);
+    EXPECT_FALSE(writer.returned());
 
     client.Kill();
-    EXPECT_TRUE(WaitUntil([&] { return returned.load(); }, 20000));
-    writer.join();
+    EXPECT_TRUE(WaitUntil([&] { return writer.returned(); }, 20000));
     EXPECT_EQ(kLimit, Available(stream.get()));
 }
 
@@ -414,6 +472,12 @@ public:
         calls += "stop;";
         // The stream must have freed the thread before asking for the join.
         finishedBeforeJoin = WaitUntil([this] { return m_finished.load(); }, 20000);
+        if (!finishedBeforeJoin) {
+            // Make room ourselves, so that a stream that forgot to do it
+            // fails this test instead of hanging it.
+            LONG count = 0;
+            m_stream->ReadFromQueue(0, &count, 0);
+        }
         m_thread.join();
     }
 
