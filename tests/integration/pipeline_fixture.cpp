@@ -1,0 +1,191 @@
+#include "integration/pipeline_fixture.h"
+
+#include <wincrypt.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "vfc/text.h"
+
+namespace vn_test {
+
+vfc::TComPtr<IVnLinkhost> Pipeline::s_root;
+
+std::map<std::string, std::string> ReadyLine(const char* variable)
+{
+    std::map<std::string, std::string> words;
+    const char* line = std::getenv(variable);
+    std::istringstream in(line ? line : "");
+    std::string word;
+    while (in >> word) {
+        size_t eq = word.find('=');
+        if (eq != std::string::npos)
+            words[word.substr(0, eq)] = word.substr(eq + 1);
+    }
+    return words;
+}
+
+std::string ReadAll(IVnStream* stream, HRESULT* status)
+{
+    std::string bytes;
+    HRESULT hr = S_OK;
+    for (int guard = 0; guard < 1000000; ++guard) {
+        SAFEARRAY* data = nullptr;
+        hr = stream->Read(65536, &data);
+        if (FAILED(hr) || !data)
+            break;
+        LONG upper = -1;
+        SafeArrayGetUBound(data, 1, &upper);
+        void* raw = nullptr;
+        SafeArrayAccessData(data, &raw);
+        bytes.append(static_cast<const char*>(raw), static_cast<size_t>(upper + 1));
+        SafeArrayUnaccessData(data);
+        SafeArrayDestroy(data);
+        if (upper < 0)
+            break;
+    }
+    if (status)
+        *status = hr;
+    return bytes;
+}
+
+std::string Sha256(const std::string& bytes)
+{
+    HCRYPTPROV provider = 0;
+    HCRYPTHASH hash = 0;
+    std::string hex;
+    if (CryptAcquireContextA(&provider, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT) &&
+        CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash) &&
+        CryptHashData(hash, reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size()), 0)) {
+        BYTE digest[32];
+        DWORD size = sizeof digest;
+        if (CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0))
+            for (DWORD i = 0; i < size; ++i) {
+                char two[3];
+                sprintf(two, "%02x", digest[i]);
+                hex += two;
+            }
+    }
+    if (hash)
+        CryptDestroyHash(hash);
+    if (provider)
+        CryptReleaseContext(provider, 0);
+    return hex;
+}
+
+void Pipeline::SetUpTestSuite()
+{
+    ASSERT_FALSE(ReadyLine("VN_ORIGIN").empty()) << "run under scripts/with-servers";
+    ASSERT_EQ(0u, RunServer("/RegServer"));
+    s_root = CreateRoot();
+    ASSERT_TRUE(s_root);
+}
+
+void Pipeline::TearDownTestSuite()
+{
+    if (s_root)
+        ShutDownServer(s_root);
+}
+
+std::string Pipeline::Url(const char* path, const char* listener)
+{
+    return "http://127.0.0.1:" + ReadyLine("VN_ORIGIN")[listener] + path;
+}
+
+std::string Pipeline::TlsUrl(const char* path, const char* listener)
+{
+    return "https://localhost:" + ReadyLine("VN_ORIGIN")[listener] + path;
+}
+
+void Pipeline::Configure(std::initializer_list<std::pair<const wchar_t*, std::wstring>> keys)
+{
+    for (const auto& key : keys) {
+        vfc::TBstr name(key.first), value(key.second);
+        ASSERT_EQ(S_OK, s_root->SetConfigurationValue(name.get(), value.get())) << vfc::Narrow(key.first);
+    }
+}
+
+void Pipeline::ConfigureDirect()
+{
+    Configure({{L"proxy/useSystemProxy", L"false"}, {L"proxy/mode", L"0"}, {L"dialup/useSystemConnection", L"false"},
+               {L"dialup/mode", L"0"}, {L"proxy/skipHeadAuth", L"false"}});
+}
+
+void Pipeline::ConfigureProxy(const std::string& port)
+{
+    Configure({{L"proxy/useSystemProxy", L"false"}, {L"proxy/mode", L"2"}, {L"proxy/address", L"127.0.0.1"},
+               {L"proxy/port", vfc::Widen(port)}, {L"proxy/exclude", L""}, {L"proxy/noLocal", L"false"},
+               {L"dialup/useSystemConnection", L"false"}, {L"dialup/mode", L"0"}});
+}
+
+vfc::TComPtr<IVnWebSession> Pipeline::Session(LONG flags)
+{
+    vfc::TComPtr<IVnWebSession> session;
+    EXPECT_EQ(S_OK, s_root->CreateSession(static_cast<LONG>(GetCurrentProcessId()), 0, flags, session.put()));
+    return session;
+}
+
+vfc::TComPtr<IVnWebRequest> Pipeline::Request(const std::string& url, const wchar_t* method, LONG flags)
+{
+    vfc::TComPtr<IVnWebRequest> request;
+    auto session = Session(flags);
+    if (!session)
+        return request;
+    vfc::TBstr u(vfc::Widen(url)), m(method);
+    EXPECT_EQ(S_OK, session->CreateWebRequest(u.get(), m.get(), request.put()));
+    return request;
+}
+
+HRESULT Pipeline::Execute(IVnWebRequest* request, vfc::TComPtr<IVnWebResult>& result)
+{
+    return request->Execute(result.put());
+}
+
+LONG Pipeline::Code(IVnWebResult* result)
+{
+    LONG code = -1;
+    if (result)
+        result->get_ResultCode(&code);
+    return code;
+}
+
+std::string Pipeline::Header(IVnWebResult* result, const wchar_t* name)
+{
+    vfc::TBstr n(name), value;
+    if (!result || result->GetHeaderValue(n.get(), value.put()) != S_OK)
+        return "<missing>";
+    return vfc::Narrow(value.str());
+}
+
+std::string Pipeline::Body(IVnWebResult* result, HRESULT* status)
+{
+    vfc::TComPtr<IVnStream> stream;
+    if (!result || FAILED(result->get_DataStream(stream.put())) || !stream)
+        return "<no stream>";
+    return ReadAll(stream.get(), status);
+}
+
+HRESULT Pipeline::AddHeader(IVnWebRequest* request, const wchar_t* name, const std::wstring& value)
+{
+    vfc::TBstr n(name), v(value);
+    return request->AddHeader(n.get(), v.get());
+}
+
+HRESULT Pipeline::WriteBody(IVnWebRequest* request, const std::string& bytes)
+{
+    vfc::TComPtr<IVnStream> stream;
+    HRESULT hr = request->get_DataStream(stream.put());
+    if (hr != S_OK || !stream)
+        return FAILED(hr) ? hr : E_FAIL;
+    SAFEARRAY* data = SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(bytes.size()));
+    void* raw = nullptr;
+    SafeArrayAccessData(data, &raw);
+    memcpy(raw, bytes.data(), bytes.size());
+    SafeArrayUnaccessData(data);
+    LONG written = 0;
+    hr = stream->Write(data, 0, static_cast<LONG>(bytes.size()), &written);
+    SafeArrayDestroy(data);
+    return hr;
+}
+
+}  // namespace vn_test

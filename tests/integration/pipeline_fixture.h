@@ -1,0 +1,56 @@
+// What the request tests share: the servers that scripts/with-servers
+// started, a root object in the real server process, and ways to send a
+// request and read its answer through the object interfaces.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+#include "server/server_fixture.h"
+#include "vfc/bstr.h"
+
+namespace vn_test {
+
+// The key=value words of a READY line in an environment variable.
+std::map<std::string, std::string> ReadyLine(const char* variable);
+
+// The whole body of a stream, read in blocks through IVnStream::Read; the
+// status that ended the reading goes to `status` (S_OK at a clean end).
+std::string ReadAll(IVnStream* stream, HRESULT* status = nullptr);
+
+// Lower-case hex SHA-256 of the bytes.
+std::string Sha256(const std::string& bytes);
+
+class Pipeline : public testing::Test {
+protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+
+    // "http://127.0.0.1:<port><path>" for a listener of the origin server.
+    static std::string Url(const char* path, const char* listener = "http");
+    static std::string TlsUrl(const char* path, const char* listener = "https");
+
+    // Sets record keys on the shared root object (empty value list = none).
+    static void Configure(std::initializer_list<std::pair<const wchar_t*, std::wstring>> keys);
+    // Direct connections, no system settings: what most tests want.
+    static void ConfigureDirect();
+    static void ConfigureProxy(const std::string& port);
+
+    // A new session of this process in background mode.
+    static vfc::TComPtr<IVnWebSession> Session(LONG flags = 0);
+    static vfc::TComPtr<IVnWebRequest> Request(const std::string& url, const wchar_t* method, LONG flags = 0);
+    // Executes; the status of Execute, with the result in `result`.
+    static HRESULT Execute(IVnWebRequest* request, vfc::TComPtr<IVnWebResult>& result);
+    static LONG Code(IVnWebResult* result);
+    static std::string Header(IVnWebResult* result, const wchar_t* name);
+    static std::string Body(IVnWebResult* result, HRESULT* status = nullptr);
+    static HRESULT AddHeader(IVnWebRequest* request, const wchar_t* name, const std::wstring& value);
+    // Writes bytes to the request's stream (DataStream, then Write).
+    static HRESULT WriteBody(IVnWebRequest* request, const std::string& bytes);
+
+    static vfc::TComPtr<IVnLinkhost> s_root;
+};
+
+}  // namespace vn_test
