@@ -8,6 +8,7 @@
 #include "host/version_info.h"
 #include "settings/config_keys.h"
 #include "settings/connection_state.h"
+#include "settings/proxy_credentials.h"
 #include "settings/xml_config_manager.h"
 #include "settings/network_alive.h"
 #include "web/request.h"
@@ -70,6 +71,8 @@ void CVnLinkhostObject::FinalRelease()
     m_pConfigurationData.reset();
     // Hang up a dial-up link that this process started.
     CVnConnectionState::DestroyInstance();
+    // The next root object builds the per-process login objects anew.
+    ReleaseCredentialObjects();
 }
 
 STDMETHODIMP CVnLinkhostObject::GetInfo(VARIANT query, VARIANT* result)

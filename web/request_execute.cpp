@@ -44,6 +44,14 @@ STDMETHODIMP CVnWebRequest::Execute(IVnWebResult** result)
     if (!result)
         return E_POINTER;
     *result = nullptr;
+    // A receive thread of an earlier run shares the transceiver: it must be
+    // gone before the handles are opened again, or its last close would hit
+    // the new request's handle.
+    const bool hadThread = m_ReceiveThreadWrapper->m_hThread.valid();
+    if (hadThread) {
+        m_ReceiveThreadWrapper->SignalDone();
+        m_ReceiveThreadWrapper->TerminateReceiveThread();
+    }
     m_spResult->SetDone(false);
     DetermineMode();
     m_bModifiable = true;
@@ -87,6 +95,10 @@ STDMETHODIMP CVnWebRequest::Execute(IVnWebResult** result)
     std::string lastVerb;
     Transceiver()->_lastRequestVerb(lastVerb);
     if (BodyFollows(statusResult, status, lastVerb)) {
+        // As ever, the run after one with a body finds the result marked done:
+        // its thread stops at the first block and this result brings no body.
+        if (hadThread)
+            m_spResult->SetDone(true);
         hr = StartReceiveThread();
         if (FAILED(hr))
             return hr;
