@@ -88,6 +88,26 @@ TEST_F(Requests, PutWithoutContentLengthIsCachedAndSentAtExecute)
     EXPECT_NE(std::string::npos, answer.find(Sha256(body))) << answer;
 }
 
+TEST_F(Requests, ShortBodyEndsTheStreamBrokenAfterTheBytesThatCame)
+{
+    auto request = Request(Url("/short?n=10000&sent=4000"), L"GET");
+    vfc::TComPtr<IVnWebResult> result;
+    ASSERT_EQ(S_OK, Execute(request.get(), result));
+    EXPECT_EQ(200, Code(result.get()));
+    HRESULT status = S_OK;
+    const std::string body = Body(result.get(), &status);
+    EXPECT_EQ(4000u, body.size());
+    EXPECT_EQ(static_cast<HRESULT>(0x80040216), status);
+}
+
+TEST_F(Requests, SlowBodyArrivesWhileTheClientReads)
+{
+    auto request = Request(Url("/slow?n=3000&piece=300&delay_ms=30"), L"GET");
+    vfc::TComPtr<IVnWebResult> result;
+    ASSERT_EQ(S_OK, Execute(request.get(), result));
+    EXPECT_EQ(3000u, Body(result.get()).size());
+}
+
 TEST_F(Requests, ErrorStatusesAreResultsNotFailures)
 {
     for (int code : {404, 500}) {
@@ -114,6 +134,7 @@ TEST_F(Requests, FailuresMapToTheSystemsStatusCodes)
         HRESULT expected;
     } cases[] = {
         {Url("/", "refused"), static_cast<HRESULT>(0x80040202)},
+        {"http://no-such-host.invalid/", static_cast<HRESULT>(0x80040202)},
         {"not a url", static_cast<HRESULT>(0x80040205)},
         {"ftp://127.0.0.1/file", static_cast<HRESULT>(0x80040205)},
     };
