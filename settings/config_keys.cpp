@@ -4,6 +4,9 @@
 #include <cstdlib>
 
 #include "host/log.h"
+#include "settings/system_keys.h"
+#include "settings/xml_config_manager.h"
+#include "vfc/bstr.h"
 #include "vfc/text.h"
 
 namespace vn_config {
@@ -23,6 +26,9 @@ struct RecordKey {
 constexpr RecordKey Int(const wchar_t* name, int CConfigData::*field) { return {name, Kind::Integer, field, nullptr, nullptr}; }
 constexpr RecordKey Bool(const wchar_t* name, bool CConfigData::*field) { return {name, Kind::Boolean, nullptr, field, nullptr}; }
 constexpr RecordKey Text(const wchar_t* name, std::string CConfigData::*field) { return {name, Kind::Text, nullptr, nullptr, field}; }
+
+// The whole record as the text of the configuration file.
+const wchar_t kXmlConfigKey[] = L"_xmlconfig";
 
 // The record keys; the key text is not the element path of the file.
 const RecordKey kRecordKeys[] = {
@@ -49,12 +55,41 @@ const RecordKey* FindKey(const std::wstring& name)
 
 void LogUnknown(const char* method) { LogLine(vn_log::kError, method, "Unknown configuration parameter"); }
 
+// The record as the file's text, with bare line feeds, built by a manager
+// made for the call.
+HRESULT GetXmlConfig(const CConfigData& data, std::wstring& value)
+{
+    CVnLinkhostXMLConfigManager manager;
+    vfc::TBstr xml;
+    const HRESULT hr = manager.ConfigDataToXML(&data, xml.put());
+    if (hr == S_OK)
+        value = xml.str();
+    return hr;
+}
+
+// Overlays the record with what the text holds; elements it leaves out keep
+// the record's values.
+HRESULT SetXmlConfig(CConfigData& data, const std::wstring& value)
+{
+    CVnLinkhostXMLConfigManager manager;
+    vfc::TBstr xml(value);
+    CConfigData* record = &data;
+    return manager.XMLToConfigData(xml.get(), &record);
+}
+
 }  // namespace
 
 HRESULT GetValue(const CConfigData& data, const std::wstring& name, std::wstring& value)
 {
     const RecordKey* key = FindKey(name);
     if (!key) {
+        if (name == kXmlConfigKey)
+            return GetXmlConfig(data, value);
+        // The read-only views of the system's settings come after the record.
+        bool handled = false;
+        HRESULT hr = GetSystemValue(name, value, handled);
+        if (handled)
+            return hr;
         LogUnknown("CVnLinkhostObject::GetConfigurationValue");
         return E_INVALIDARG;
     }
@@ -84,6 +119,9 @@ HRESULT SetValue(CConfigData& data, const std::wstring& name, const std::wstring
 {
     const RecordKey* key = FindKey(name);
     if (!key) {
+        if (name == kXmlConfigKey)
+            return SetXmlConfig(data, value);
+        // The "ie/" views are read-only: setting one is an unknown key.
         LogUnknown("CVnLinkhostObject::SetConfigurationValue");
         return E_INVALIDARG;
     }

@@ -138,7 +138,7 @@ private:
         bool present = false;
         std::string bytes;
     };
-    Saved m_saved[2] = {{PrimaryFile()}, {SecondaryFile()}};
+    Saved m_saved[2] = {{PrimaryFile(), false, {}}, {SecondaryFile(), false, {}}};
 };
 
 // Field by field, so that a failure names each field that differs; used as
