@@ -34,12 +34,10 @@ HRESULT CVnLinkhostModule::RevokeClassObjects()
 HRESULT CVnLinkhostModule::ConfigureHost()
 {
     // A private root object of this process alone, outside the class object.
-    CVnLinkhostObject* raw = nullptr;
-    HRESULT hr = CVnLinkhostObject::Create(&raw);
+    vfc::TComPtr<CVnLinkhostObject> host;
+    HRESULT hr = vfc::CreateInto(host);
     if (FAILED(hr))
         return hr;
-    vfc::TComPtr<CVnLinkhostObject> host;
-    host.attach(raw);
     hr = host->ShowConfigurationDialog(0);
     m_dwTimeOut = 0;
     m_dwPause = 0;

@@ -119,12 +119,10 @@ STDMETHODIMP CVnLinkhostObject::XVnLinkhostExtendable::CreateLogger(BSTR name, I
     if (!logger)
         return E_POINTER;
     *logger = nullptr;
-    CVnLogger* raw = nullptr;
-    HRESULT hr = CVnLogger::Create(&raw);
+    vfc::TComPtr<CVnLogger> created;
+    HRESULT hr = vfc::CreateInto(created);
     if (FAILED(hr))
         return hr;
-    vfc::TComPtr<CVnLogger> created;
-    created.attach(raw);
     hr = created->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(logger));
     if (FAILED(hr))
         return hr;
