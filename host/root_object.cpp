@@ -260,6 +260,7 @@ STDMETHODIMP CVnLinkhostObject::CheckDestinationReachable(BSTR destination, VARI
 // The methods below belong to subsystems that this build does not carry yet:
 // the configuration dialog and the network monitors.
 STDMETHODIMP CVnLinkhostObject::ShowConfigurationDialog(LONG) { return E_NOTIMPL; }
+
 // Both run without a lock, like the keys: the record is only replaced when a
 // user confirms the dialog. A record made here because there was none stays
 // zeroed with empty texts; the defaults belong to the constructor alone.
@@ -279,6 +280,8 @@ STDMETHODIMP CVnLinkhostObject::LoadConfiguration()
     CConfigData* record = m_pConfigurationData.get();
     return manager.LoadConfiguration(&record);
 }
+
+// The network monitors are not carried yet either.
 STDMETHODIMP CVnLinkhostObject::RegisterSensEventSink(IVnLinkhostSensEventSink*) { return E_NOTIMPL; }
 STDMETHODIMP CVnLinkhostObject::UnRegisterSensEventSink(IVnLinkhostSensEventSink*) { return E_NOTIMPL; }
 STDMETHODIMP CVnLinkhostObject::RegisterWMINetworkEventSink(IVnLinkhostWMINetworkEventSink*) { return E_NOTIMPL; }

@@ -352,16 +352,18 @@ void CVnLinkhostWITransceiver::CloseAllInternetHandles()
 LONG CVnLinkhostWITransceiver::_closeHandleInternet(HINTERNET* pHandle)
 {
     _beginOperation(StateCloseHandle, 1);
-    if (!*pHandle)
+    // The receive thread and a destructor may close at the same moment: the
+    // field is taken over atomically, so each handle is closed once.
+    HINTERNET handle = static_cast<HINTERNET>(::InterlockedExchangePointer(pHandle, nullptr));
+    if (!handle)
         return 0;
     LONG code = 0;
-    while (!::InternetCloseHandle(*pHandle)) {
+    while (!::InternetCloseHandle(handle)) {
         code = _processRetryError("CVnLinkhostWITransceiver::_closeHandleInternet",
                                   "Can't send authorization request (HttpSendRequest)");
         if (code != ERROR_INTERNET_FORCE_RETRY)
             break;
     }
-    *pHandle = nullptr;
     return code;
 }
 
