@@ -154,20 +154,20 @@ std::string FormatWithoutArguments(const std::string& message)
         if (j >= message.size())
             break;  // a trailing lone '%' prints nothing
         const char type = message[j];
-        const std::string spec = message.substr(i, lengthStart - i);
+        const std::string conversion = message.substr(i, lengthStart - i);
         char buf[128] = {};
         switch (type) {
         case '%': out += '%'; break;
         case 'd': case 'i': case 'u': case 'x': case 'X': case 'o': case 'c':
-            std::snprintf(buf, sizeof buf, (spec + type).c_str(), 0);
+            std::snprintf(buf, sizeof buf, (conversion + type).c_str(), 0);
             out += buf;
             break;
         case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
-            std::snprintf(buf, sizeof buf, (spec + type).c_str(), 0.0);
+            std::snprintf(buf, sizeof buf, (conversion + type).c_str(), 0.0);
             out += buf;
             break;
         case 's': case 'S':
-            std::snprintf(buf, sizeof buf, (spec + 's').c_str(), "");
+            std::snprintf(buf, sizeof buf, (conversion + 's').c_str(), "");
             out += buf;
             break;
         case 'p':

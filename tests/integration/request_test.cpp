@@ -19,13 +19,13 @@ TEST_F(Requests, BodiesOfEveryFramingArriveIntactAndCompletely)
 {
     for (const char* mode : {"length", "chunked", "close"}) {
         SCOPED_TRACE(mode);
-        auto request = Request(Url("/bytes?n=3000000&seed=7&mode=") + mode, L"GET");
+        auto request = Request(Url("/bytes?n=8000000&seed=7&mode=") + mode, L"GET");
         vfc::TComPtr<IVnWebResult> result;
         ASSERT_EQ(S_OK, Execute(request.get(), result));
         EXPECT_EQ(200, Code(result.get()));
         HRESULT status = E_FAIL;
         const std::string body = Body(result.get(), &status);
-        EXPECT_EQ(3000000u, body.size());
+        EXPECT_EQ(8000000u, body.size());
         EXPECT_EQ(Header(result.get(), L"X-Body-Sha256"), Sha256(body));
     }
 }
