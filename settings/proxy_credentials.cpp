@@ -11,6 +11,26 @@
 
 namespace {
 
+// Puts a login on a request handle: the user option unless the login is
+// empty, the password option unless the password is empty. The platform's
+// error of the first option it refuses, logged under `method`; 0 otherwise.
+LONG SetLoginOptions(HINTERNET hRequest, DWORD userOption, DWORD passwordOption, const std::string& login,
+                     const std::string& password, const char* method)
+{
+    const DWORD options[2] = {userOption, passwordOption};
+    const std::string* texts[2] = {&login, &password};
+    for (int i = 0; i < 2; ++i) {
+        if (texts[i]->empty())
+            continue;
+        const DWORD error = VnINetApiHandlers::SetTextOption(hRequest, options[i], *texts[i]);
+        if (error) {
+            LogLine(vn_log::kErrorDec, method, "InternetSetOption failed", static_cast<int>(error));
+            return static_cast<LONG>(error);
+        }
+    }
+    return 0;
+}
+
 using VnINetApiHandlers::QueryTextOption;
 using VnINetApiHandlers::SetTextOption;
 
@@ -89,22 +109,12 @@ LONG CVnProxyCredentials::GetProxyCredentials(const std::string& proxy, HINTERNE
     if (iMode != 0) {
         std::string login, password;
         if (GetPassLogin(proxy, login, password) == 0) {
-            LogLine(vn_log::kError, "CVnProxyCredentials::GetProxyCredentials",
-                    vfc::Format("INFO: Login information was gotten from the storage %s %s %s", proxy.c_str(),
-                                login.c_str(), "***")
-                        .c_str());
-            const DWORD options[2] = {INTERNET_OPTION_PROXY_USERNAME, INTERNET_OPTION_PROXY_PASSWORD};
-            const std::string* texts[2] = {&login, &password};
-            for (int i = 0; i < 2; ++i) {
-                if (texts[i]->empty())
-                    continue;
-                DWORD error = SetTextOption(hRequest, options[i], *texts[i]);
-                if (error) {
-                    LogLine(vn_log::kErrorDec, "CVnProxyCredentials::GetProxyCredentials", "InternetSetOption failed",
-                            static_cast<int>(error));
-                    return static_cast<LONG>(error);
-                }
-            }
+            // The password is never logged.
+            LogLine("INFO: Login information was gotten from the storage %s %s %s", proxy.c_str(), login.c_str(), "***");
+            const LONG error = SetLoginOptions(hRequest, INTERNET_OPTION_PROXY_USERNAME, INTERNET_OPTION_PROXY_PASSWORD,
+                                               login, password, "CVnProxyCredentials::GetProxyCredentials");
+            if (error)
+                return error;
             return 0;
         }
         if (iMode == 2)
@@ -192,19 +202,8 @@ void CVnProxyCredentials::_saveCredentials(const std::string& proxy, const std::
 LONG CVnProxyCredentials::_setServerCredentials(HINTERNET hRequest, const std::string& login,
                                                 const std::string& password)
 {
-    const DWORD options[2] = {INTERNET_OPTION_USERNAME, INTERNET_OPTION_PASSWORD};
-    const std::string* texts[2] = {&login, &password};
-    for (int i = 0; i < 2; ++i) {
-        if (texts[i]->empty())
-            continue;
-        DWORD error = SetTextOption(hRequest, options[i], *texts[i]);
-        if (error) {
-            LogLine(vn_log::kErrorDec, "CVnProxyCredentials::_setServerCredentials", "InternetSetOption failed",
-                    static_cast<int>(error));
-            return static_cast<LONG>(error);
-        }
-    }
-    return 0;
+    return SetLoginOptions(hRequest, INTERNET_OPTION_USERNAME, INTERNET_OPTION_PASSWORD, login, password,
+                           "CVnProxyCredentials::_setServerCredentials");
 }
 
 IVnCredentialsManager* GetCredentialsManager()

@@ -88,8 +88,9 @@ TEST_F(ProxyLogin, Mode1TakesTheLoginOfTheMapBeforeTheStoreWithoutAskingAndNever
     EXPECT_EQ(request.Option(INTERNET_OPTION_PROXY_USERNAME), kLogin);
     EXPECT_EQ(request.Option(INTERNET_OPTION_PROXY_PASSWORD), kPassword);
     EXPECT_EQ(request.Send(), 200u);
-    EXPECT_EQ(vn_test::CountLogLinesSince(logOffset, "Error in method [CVnProxyCredentials::GetProxyCredentials]. "
-                                                     "Message: INFO: Login information was gotten from the storage " +
+    // A line of its own, not wrapped in the error form.
+    EXPECT_EQ(vn_test::CountLogLinesSince(logOffset, "Message: INFO: Login information"), 0);
+    EXPECT_EQ(vn_test::CountLogLinesSince(logOffset, " INFO: Login information was gotten from the storage " +
                                                          m_proxy + " " + kLogin + " ***"),
               1);
     EXPECT_EQ(vn_test::CountLogLinesSince(logOffset, kPassword), 0);
