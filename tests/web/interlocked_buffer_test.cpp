@@ -191,7 +191,7 @@ TEST(InterlockedBufferLimit, DrainEmptiesTheQueueAndFreesAWaitingWriter)
 TEST(InterlockedBufferClientDeath, EndsAWaitingWriteWithFalseAndKeepsWhatWasQueued)
 {
     TClientProcess client;
-    ASSERT_TRUE(client.started());
+    ASSERT_TRUE(client.started()) << "error " << client.error();
     InterlockedBuffer buffer(kLimit, true, false, kChunk);
     buffer.SetMonitor(VnProcessMonitor(client.pid()));
     Fill(buffer);

@@ -28,7 +28,7 @@ TEST(ClientProcess, DISABLED_SleepsUntilKilled) { ::Sleep(120000); }
 TEST(ProcessMonitorWait, EndsWithTheEventWhileTheClientLives)
 {
     TClientProcess client;
-    ASSERT_TRUE(client.started());
+    ASSERT_TRUE(client.started()) << "error " << client.error();
     VnProcessMonitor monitor(client.pid());
     vfc::THandle event = NewEvent();
     ::SetEvent(event.get());
@@ -38,7 +38,7 @@ TEST(ProcessMonitorWait, EndsWithTheEventWhileTheClientLives)
 TEST(ProcessMonitorWait, EndsWithTheClientsDeath)
 {
     TClientProcess client;
-    ASSERT_TRUE(client.started());
+    ASSERT_TRUE(client.started()) << "error " << client.error();
     VnProcessMonitor monitor(client.pid());
     ASSERT_NE(nullptr, monitor.GetProcess());
     client.Kill();
@@ -94,7 +94,7 @@ TEST(ProcessMonitorHandle, CopyTakesTheIdAndOpensItsOwnHandle)
 TEST(ProcessMonitorHandle, SameIdKeepsTheHandleAndAnotherIdClosesIt)
 {
     TClientProcess client;
-    ASSERT_TRUE(client.started());
+    ASSERT_TRUE(client.started()) << "error " << client.error();
     VnProcessMonitor monitor(::GetCurrentProcessId());
     const HANDLE own = monitor.GetProcess();
     ASSERT_NE(nullptr, own);

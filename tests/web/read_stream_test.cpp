@@ -408,7 +408,7 @@ TEST(ReadStreamInterface, ReadsButRefusesWritesAndHasNoPosition)
 TEST(ReadStreamClientDeath, AWaitingReadEndsAsBroken)
 {
     TClientProcess client;
-    ASSERT_TRUE(client.started());
+    ASSERT_TRUE(client.started()) << "error " << client.error();
     auto stream = NewReadStream();
     stream->SetMonitor(VnProcessMonitor(client.pid()));
     TReader reader(stream.get(), 100);
@@ -425,7 +425,7 @@ TEST(ReadStreamClientDeath, AWaitingReadEndsAsBroken)
 TEST(ReadStreamClientDeath, AWriterWaitingForRoomIsFreedAndTheQueueStays)
 {
     TClientProcess client;
-    ASSERT_TRUE(client.started());
+    ASSERT_TRUE(client.started()) << "error " << client.error();
     auto stream = NewReadStream();
     stream->SetMonitor(VnProcessMonitor(client.pid()));
     const std::vector<BYTE> body = Pattern(kLimit + 4096, 14);

@@ -99,13 +99,22 @@ public:
         si.cb = sizeof si;
         si.dwFlags = STARTF_USESTDHANDLES;
         si.hStdInput = si.hStdOutput = si.hStdError = m_nul.get();
-        PROCESS_INFORMATION pi = {};
-        if (::CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
-            m_process.reset(pi.hProcess);
-            vfc::THandle thread(pi.hThread);
-            m_pid = pi.dwProcessId;
+        // Under load Wine now and then refuses a start: try a few times.
+        for (int attempt = 0; attempt < 5 && !m_process; ++attempt) {
+            PROCESS_INFORMATION pi = {};
+            std::string command = line;
+            if (::CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
+                m_process.reset(pi.hProcess);
+                vfc::THandle thread(pi.hThread);
+                m_pid = pi.dwProcessId;
+            } else {
+                m_error = ::GetLastError();
+                ::Sleep(200);
+            }
         }
     }
+    // The last error of a start that failed.
+    DWORD error() const { return m_error; }
     ~TClientProcess() { Kill(); }
     TClientProcess(const TClientProcess&) = delete;
     TClientProcess& operator=(const TClientProcess&) = delete;
@@ -125,6 +134,7 @@ private:
     vfc::THandle m_nul;
     vfc::THandle m_process;
     DWORD m_pid = 0;
+    DWORD m_error = 0;
 };
 
 }  // namespace vn_web_test
