@@ -25,9 +25,14 @@ TChild::TChild(const std::string& commandLine)
 {
     STARTUPINFOA si = {};
     si.cb = sizeof si;
-    std::string line = commandLine;
-    if (!::CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &m_pi))
+    // Under load Wine now and then refuses a start: try a few times.
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        std::string line = commandLine;
+        if (::CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &m_pi))
+            return;
         m_pi = {};
+        ::Sleep(200);
+    }
 }
 
 TChild::~TChild()
