@@ -9,6 +9,7 @@
 #include <string>
 
 #include "host/command_line.h"
+#include "host/registry_script.h"
 #include "vfc/module_lock.h"
 #include "vfc/unique_resource.h"
 
@@ -26,7 +27,8 @@ public:
     virtual LONG GetLockCount() const;
     // The platform's global interface table, made on first use; the caller gets a reference.
     virtual HRESULT GetGITPtr(IGlobalInterfaceTable** git);
-    virtual void AddCommonRGSReplacements() {}
+    // The replacements of the registry script: identities, module path and file.
+    virtual vn_rgs::Replacements AddCommonRGSReplacements();
 
     // Reads the command line and acts on its role. True when the process must
     // go on to serve; `status` receives the exit status in every case.

@@ -24,16 +24,6 @@ std::string ModuleFilePath()
     return n > 0 && n < MAX_PATH ? std::string(path, n) : std::string();
 }
 
-vn_rgs::Replacements ScriptReplacements()
-{
-    std::string path = ModuleFilePath();
-    std::string file = path.substr(path.find_last_of('\\') + 1);
-    std::string module = path.find(' ') == std::string::npos ? path : "\"" + path + "\"";
-    return {{"MODULE", module},         {"MODULEFILE", file},           {"PROGID", vn_id::kProgId},
-            {"VERSION", vn_id::kVersion}, {"DESCRIPTION", vn_id::kDescription}, {"THREADING", vn_id::kThreading},
-            {"APPID", vn_id::kAppId},     {"CLSID", vn_id::kClsid},       {"LIBID", vn_id::kLibId}};
-}
-
 // Opens HKCR\AppID\{AppID} for writing, creating the key if asked.
 LONG OpenAppIdKey(vfc::TRegKey& key, bool create)
 {
@@ -84,11 +74,21 @@ HRESULT RegisterPluginCategory()
 
 }  // namespace
 
+vn_rgs::Replacements CVnLinkhostModule::AddCommonRGSReplacements()
+{
+    std::string path = ModuleFilePath();
+    std::string file = path.substr(path.find_last_of('\\') + 1);
+    std::string module = path.find(' ') == std::string::npos ? path : "\"" + path + "\"";
+    return {{"MODULE", module},         {"MODULEFILE", file},           {"PROGID", vn_id::kProgId},
+            {"VERSION", vn_id::kVersion}, {"DESCRIPTION", vn_id::kDescription}, {"THREADING", vn_id::kThreading},
+            {"APPID", vn_id::kAppId},     {"CLSID", vn_id::kClsid},       {"LIBID", vn_id::kLibId}};
+}
+
 HRESULT CVnLinkhostModule::RegisterHost(bool asService)
 {
     if (!RemoveService())
         return E_FAIL;
-    HRESULT hr = vn_rgs::RunResourceScript(IDR_VNLINKHOST, ScriptReplacements(), true);
+    HRESULT hr = vn_rgs::RunResourceScript(IDR_VNLINKHOST, AddCommonRGSReplacements(), true);
     if (FAILED(hr))
         return hr;
     vfc::TRegKey appId;
@@ -120,5 +120,5 @@ HRESULT CVnLinkhostModule::UnregisterHost()
     vfc::TRegKey appId;
     if (OpenAppIdKey(appId, false) == ERROR_SUCCESS)
         ::RegDeleteValueA(appId.get(), "LocalService");
-    return vn_rgs::RunResourceScript(IDR_VNLINKHOST, ScriptReplacements(), false);
+    return vn_rgs::RunResourceScript(IDR_VNLINKHOST, AddCommonRGSReplacements(), false);
 }

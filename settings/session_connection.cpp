@@ -209,9 +209,13 @@ std::string CVnSessionConnection::GetIEDialUp(const std::string& key)
     return std::string();
 }
 
-HRESULT CVnSessionConnection::NetworkTest()
+namespace {
+
+// The network test as a status: 0 with the platform's flags when the
+// network is alive, VN_E_NOT_CONNECTED when it is down, VN_E_NOT_AVAILABLE
+// without the library.
+HRESULT AskNetwork(DWORD& flags)
 {
-    DWORD flags = 0;
     switch (vn_network::AskNetworkAlive(flags)) {
     case vn_network::TNetworkAnswer::NotAvailable:
         return VN_E_NOT_AVAILABLE;
@@ -220,6 +224,17 @@ HRESULT CVnSessionConnection::NetworkTest()
     case vn_network::TNetworkAnswer::Alive:
         break;
     }
+    return S_OK;
+}
+
+}  // namespace
+
+HRESULT CVnSessionConnection::NetworkTest()
+{
+    DWORD flags = 0;
+    const HRESULT hr = AskNetwork(flags);
+    if (hr != S_OK)
+        return hr;
     // A wide link alone is a connection that somebody else dialled; it is
     // treated like our own: no proxy.
     if ((flags & vn_network::kNetworkAliveWan) && !(flags & vn_network::kNetworkAliveLan))
@@ -230,14 +245,9 @@ HRESULT CVnSessionConnection::NetworkTest()
 HRESULT CVnSessionConnection::IsDialUpActive()
 {
     DWORD flags = 0;
-    switch (vn_network::AskNetworkAlive(flags)) {
-    case vn_network::TNetworkAnswer::NotAvailable:
-        return VN_E_NOT_AVAILABLE;
-    case vn_network::TNetworkAnswer::Down:
-        return VN_E_NOT_CONNECTED;
-    case vn_network::TNetworkAnswer::Alive:
-        break;
-    }
+    const HRESULT hr = AskNetwork(flags);
+    if (hr != S_OK)
+        return hr;
     return (flags & vn_network::kNetworkAliveWan) ? S_OK : S_FALSE;
 }
 
