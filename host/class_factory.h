@@ -10,10 +10,11 @@
 #include "vfc/critical_section.h"
 #include "vfc/module_lock.h"
 
-// T with a Release that runs under the factory's lock: the count falls and the
-// factory's pointer is cleared in one step, so a client that arrives while the
-// last one leaves either gets the old object with a fresh reference or builds
-// a new one.
+// T with a Release that runs wholly under the factory's lock: the count falls,
+// the factory's pointer is cleared and the object is torn down in one step.
+// A client that arrives while the last one leaves either gets the old object
+// with a fresh reference or, once the old one is gone with its shutdown
+// handler and per-process singletons, builds a new one; never two at once.
 template <typename T>
 class CComObjectPh : public T {
 public:
@@ -21,15 +22,10 @@ public:
 
     STDMETHODIMP_(ULONG) Release() override
     {
-        m_pLock->Enter();
+        vfc::TLock lock(*m_pLock);
         const ULONG left = this->InternalRelease();
-        bool destroy = false;
         if (left == 0 && *m_ppSlot) {
             *m_ppSlot = nullptr;
-            destroy = true;
-        }
-        m_pLock->Leave();
-        if (destroy) {
             this->InternalAddRef();  // a stable count while FinalRelease runs
             this->FinalRelease();
             delete this;

@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "vfc/client_objects.h"
 #include "vfc/com_ptr.h"
 #include "vfc/module_lock.h"
 
@@ -48,6 +49,8 @@ public:
     }
     virtual ~TComObject()
     {
+        if (m_bClientWatched)
+            TClientObjects::getInstance().Remove(this);
         if (Derived::LocksModule)
             ModuleUnlock();
     }
@@ -73,12 +76,39 @@ public:
     {
         const ULONG left = --m_cRef;
         if (left == 0) {
-            // Guard against a resurrecting AddRef/Release pair inside FinalRelease.
+            // Guard against a resurrecting AddRef/Release pair inside
+            // FinalRelease; TryAddRef sees the object dying first.
+            m_bDying = true;
             m_cRef = 1;
             static_cast<Derived*>(this)->FinalRelease();
             delete static_cast<Derived*>(this);
         }
         return left;
+    }
+
+    // A reference only while the object is not on its way out: for holders
+    // of uncounted pointers that must not bring an object back from 0.
+    bool TryAddRef() noexcept
+    {
+        ULONG count = m_cRef;
+        do {
+            if (count == 0)
+                return false;
+        } while (!m_cRef.compare_exchange_weak(count, count + 1));
+        if (m_bDying) {
+            --m_cRef;
+            return false;
+        }
+        return true;
+    }
+
+    // Ties the object to a client process: when that process ends, the
+    // references it held are let go (see TClientObjects).
+    void WatchClient(DWORD pid) noexcept
+    {
+        m_bClientWatched = true;
+        TClientObjects::getInstance().Add(pid, this, GetUnknown(),
+                                          [](void* self) { return static_cast<TComObject*>(self)->TryAddRef(); });
     }
 
     // The count alone, for wrappers that decide themselves when to delete.
@@ -134,6 +164,8 @@ private:
     }
 
     std::atomic<ULONG> m_cRef{0};
+    std::atomic<bool> m_bDying{false};
+    bool m_bClientWatched = false;
 };
 
 // Creates an object of class T (a TComObject) into a counted pointer; the

@@ -23,7 +23,21 @@ HANDLE VnProcessMonitor::GetProcess() noexcept
 
 DWORD VnProcessMonitor::Wait(HANDLE hEvent, DWORD dwMilliseconds) noexcept
 {
-    HANDLE handles[2] = {hEvent, GetProcess()};
-    const DWORD count = handles[1] ? 2 : 1;
-    return ::WaitForMultipleObjects(count, handles, FALSE, dwMilliseconds);
+    return Wait(hEvent, dwMilliseconds, nullptr);
+}
+
+DWORD VnProcessMonitor::Wait(HANDLE hEvent, DWORD dwMilliseconds, HANDLE hCancel) noexcept
+{
+    // The answers keep their numbers whichever of the handles are missing.
+    HANDLE handles[3];
+    DWORD meaning[3];
+    DWORD count = 0;
+    const HANDLE candidates[3] = {hEvent, GetProcess(), hCancel};
+    for (DWORD i = 0; i < 3; ++i)
+        if (candidates[i]) {
+            handles[count] = candidates[i];
+            meaning[count++] = WAIT_OBJECT_0 + i;
+        }
+    const DWORD result = ::WaitForMultipleObjects(count, handles, FALSE, dwMilliseconds);
+    return result < WAIT_OBJECT_0 + count ? meaning[result - WAIT_OBJECT_0] : result;
 }

@@ -41,6 +41,8 @@ public:
     // WAIT_OBJECT_0 for the event, WAIT_OBJECT_0 + 1 for the client's death,
     // WAIT_TIMEOUT when the time ran out (WAIT_FAILED as the platform gives it).
     DWORD Wait(HANDLE hEvent, DWORD dwMilliseconds) noexcept;
+    // The same, ended also by hCancel (when not null): WAIT_OBJECT_0 + 2.
+    DWORD Wait(HANDLE hEvent, DWORD dwMilliseconds, HANDLE hCancel) noexcept;
 
 private:
     DWORD dwProcessId = 0;

@@ -11,7 +11,7 @@ ReceiveThreadWrapper::~ReceiveThreadWrapper()
     TraceLine("ReceiveThreadWrapper::~ReceiveThreadWrapper() started");
     SignalDone();
     if (m_pWITransceiver)
-        m_pWITransceiver->CloseAllInternetHandles();
+        m_pWITransceiver->AbandonInternetHandles();
     TerminateReceiveThread();
     m_pWITransceiver.reset();
     TraceLine("ReceiveThreadWrapper::~ReceiveThreadWrapper() done");
@@ -41,9 +41,11 @@ void ReceiveThreadWrapper::ReleaseDoneable()
 
 void ReceiveThreadWrapper::StopReceiveThread()
 {
-    // Closing the handles breaks a read that is stuck in the platform.
+    // Taking the handles away breaks a read that is stuck in the platform;
+    // they close in the background, since closing may read the rest of a
+    // body first, and the client must not wait for that.
     if (m_pWITransceiver)
-        m_pWITransceiver->CloseAllInternetHandles();
+        m_pWITransceiver->AbandonInternetHandles();
     TerminateReceiveThread();
     m_pWITransceiver.reset();
 }

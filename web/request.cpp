@@ -123,6 +123,15 @@ void CVnWebRequest::SetParams(const wchar_t* url, const wchar_t* method, const C
     if (m_spResult && m_spResult->GetStream())
         m_spResult->GetStream()->SetMonitor(monitor);
     m_hWnd = hWnd;
+    // What the client may hold a reference to is let go when it dies.
+    const DWORD pid = monitor.GetProcessId();
+    WatchClient(pid);
+    if (m_spResult)
+        m_spResult->WatchClientObjects(pid);
+    if (m_spWriteStream)
+        m_spWriteStream->WatchClient(pid);
+    if (m_spHeaders)
+        m_spHeaders->WatchClient(pid);
 }
 
 STDMETHODIMP CVnWebRequest::AddHeader(BSTR key, BSTR bstrValue)

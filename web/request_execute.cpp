@@ -46,10 +46,12 @@ STDMETHODIMP CVnWebRequest::Execute(IVnWebResult** result)
     *result = nullptr;
     // A receive thread of an earlier run shares the transceiver: it must be
     // gone before the handles are opened again, or its last close would hit
-    // the new request's handle.
+    // the new request's handle. Its handles go first, so that a read waiting
+    // on a silent server ends, and only then is it joined.
     const bool hadThread = m_ReceiveThreadWrapper->m_hThread.valid();
     if (hadThread) {
         m_ReceiveThreadWrapper->SignalDone();
+        Transceiver()->AbandonInternetHandles();
         m_ReceiveThreadWrapper->TerminateReceiveThread();
     }
     m_spResult->SetDone(false);

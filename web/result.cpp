@@ -80,3 +80,12 @@ void CVnWebResult::SetReceiveThread(std::shared_ptr<IReceiveThreadOwner> wrapper
     if (m_spStream)
         m_spStream->SetReceiveThread(std::move(wrapper));
 }
+
+void CVnWebResult::WatchClientObjects(DWORD pid)
+{
+    WatchClient(pid);
+    if (m_spStream)
+        m_spStream->WatchClient(pid);
+    if (m_spHeaders)
+        m_spHeaders->WatchClient(pid);
+}

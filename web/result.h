@@ -31,6 +31,8 @@ public:
     bool IsDone() const { return m_spStream && m_spStream->IsDone(); }
     HRESULT SetRawHeaders(const std::string& raw);
     void SetReceiveThread(std::shared_ptr<IReceiveThreadOwner> wrapper);
+    // The result, its stream and its headers go with the client's process.
+    void WatchClientObjects(DWORD pid);
 
 private:
     vfc::TComPtr<CVnQueueReadStream> m_spStream;

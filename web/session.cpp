@@ -26,6 +26,7 @@ HRESULT CVnWebSession::SetParams(const CConfigData& configuration, DWORD process
 {
     m_monitor = processId;
     m_hWnd = hWnd;
+    WatchClient(processId);
     HRESULT hr = m_sessionConnection.PrepareConfigData(configuration);
     m_pWorkData->m_SessionFlags = flags;
     if (FAILED(hr)) {

@@ -1,6 +1,7 @@
 #include "web/transceiver.h"
 
-#include <set>
+#include <memory>
+#include <new>
 
 #include "host/log.h"
 #include "vfc/critical_section.h"
@@ -10,53 +11,109 @@ namespace {
 
 const char* const kInitConnection = "CVnLinkhostWITransceiver::_initConnection";
 
-// The contexts of living transceivers. The platform may still report on a
-// handle after it was closed (a send that was pending completes anyway), so
-// the status callback acts only on a context that is still in this set; a
-// transceiver leaves it, under the same lock, before its memory goes.
-vfc::TCriticalSection& LiveLock()
-{
-    static vfc::TCriticalSection* lock = new vfc::TCriticalSection;
-    return *lock;
-}
-std::set<const void*>& LiveContexts()
-{
-    static std::set<const void*>* live = new std::set<const void*>;
-    return *live;
-}
-
 const char* BoolText(bool value) { return value ? "true" : "false"; }
 
 bool StartsWith(const std::string& text, const char* prefix) { return text.compare(0, strlen(prefix), prefix) == 0; }
 
+DWORD_PTR ContextOf(CVnAsyncRecord* record) { return reinterpret_cast<DWORD_PTR>(record); }
+
+// Handles that a thread gave up, closed on a pool thread with the record
+// they were created with.
+struct CloseJob {
+    CVnAsyncRecord* pRecord;
+    HINTERNET hRequest;
+    HINTERNET hConnect;
+    HINTERNET hInternet;
+};
+
+DWORD WINAPI CloseJobProc(LPVOID param)
+{
+    std::unique_ptr<CloseJob> job(static_cast<CloseJob*>(param));
+    if (job->hRequest)
+        ::InternetCloseHandle(job->hRequest);
+    if (job->hConnect)
+        ::InternetCloseHandle(job->hConnect);
+    if (job->hInternet) {
+        ::InternetSetStatusCallbackA(job->hInternet, nullptr);
+        ::InternetCloseHandle(job->hInternet);
+    }
+    if (job->pRecord)
+        job->pRecord->Release();
+    return 0;
+}
+
 }  // namespace
 
-CVnLinkhostWITransceiver::CVnLinkhostWITransceiver()
+CVnAsyncRecord* CVnAsyncRecord::Create(CVnLinkhostWITransceiver* owner)
 {
-    m_context.pTransceiver = this;
-    for (auto& event : m_hEvents)
+    auto* record = new (std::nothrow) CVnAsyncRecord;
+    if (!record)
+        return nullptr;
+    bool ok = true;
+    for (auto& event : record->hEvents) {
         event.reset(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
-    vfc::TLock lock(LiveLock());
-    LiveContexts().insert(&m_context);
+        ok = ok && event.valid();
+    }
+    record->hCancel.reset(::CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    if (!ok || !record->hCancel) {
+        record->Release();
+        return nullptr;
+    }
+    record->context.pTransceiver = owner;
+    return record;
 }
+
+CVnLinkhostWITransceiver::CVnLinkhostWITransceiver() : m_pRecord(CVnAsyncRecord::Create(this)) {}
 
 CVnLinkhostWITransceiver::~CVnLinkhostWITransceiver()
 {
     TraceLine("CVnLinkhostWITransceiver::~CVnLinkhostWITransceiver started");
     CloseAllInternetHandles();
-    {
-        vfc::TLock lock(LiveLock());
-        LiveContexts().erase(&m_context);
-    }
+    _leaveRecord();
     TraceLine("CVnLinkhostWITransceiver::~CVnLinkhostWITransceiver done");
 }
 
-void CVnLinkhostWITransceiver::_beginOperation(State state, int event)
+void CVnLinkhostWITransceiver::_leaveRecord()
 {
-    m_context.dwState = state;
-    m_context.hEvent = m_hEvents[event].get();
-    m_context.dwError = 0;
-    ::ResetEvent(m_context.hEvent);
+    CVnAsyncRecord* record;
+    {
+        vfc::TLock lock(m_csRecord);
+        record = m_pRecord;
+        m_pRecord = nullptr;
+    }
+    if (!record)
+        return;
+    {
+        vfc::TLock lock(record->lock);
+        record->context.pTransceiver = nullptr;
+    }
+    record->Release();
+}
+
+bool CVnLinkhostWITransceiver::_renewRecord()
+{
+    if (m_pRecord && !m_pRecord->HasOpenHandles() && !m_pRecord->IsCancelled())
+        return true;
+    CVnAsyncRecord* fresh = CVnAsyncRecord::Create(this);
+    if (!fresh)
+        return false;
+    _leaveRecord();
+    vfc::TLock lock(m_csRecord);
+    m_pRecord = fresh;
+    return true;
+}
+
+CVnAsyncRecord* CVnLinkhostWITransceiver::_beginOperation(State state, int event)
+{
+    CVnAsyncRecord* record = m_pRecord;
+    if (!record)
+        return nullptr;
+    Context& context = record->context;
+    context.dwState = state;
+    context.hEvent = record->hEvents[event].get();
+    context.dwError = 0;
+    ::ResetEvent(context.hEvent);
+    return record;
 }
 
 void CVnLinkhostWITransceiver::SetProxyOptions(const std::string& proxy, bool bBypassLocal, const std::string& bypassList)
@@ -99,6 +156,8 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
     const char* proxy = access == INTERNET_OPEN_TYPE_PROXY ? m_tstrProxy.c_str() : nullptr;
     const char* bypass = access == INTERNET_OPEN_TYPE_PROXY ? m_tstrBypassBuffer.c_str() : nullptr;
     if (!m_hInternet) {
+        if (!_renewRecord())
+            return ERROR_NOT_ENOUGH_MEMORY;
         while (!(m_hInternet = ::InternetOpenA(nullptr, access, proxy, bypass, INTERNET_FLAG_ASYNC))) {
             LONG code = _processRetryError(kInitConnection, "Can't open internet connection (InternetOpen)");
             if (code != ERROR_INTERNET_FORCE_RETRY)
@@ -121,12 +180,11 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
     }
 
     if (!m_hConnect) {
-        _beginOperation(StateConnect, 0);
-        m_context.phHandle = &m_hConnect;
+        CVnAsyncRecord* record = _beginOperation(StateConnect, 0);
+        record->context.phHandle = &m_hConnect;
         for (;;) {
             HINTERNET handle = ::InternetConnectA(m_hInternet, parts.host.c_str(), parts.port, nullptr, nullptr,
-                                                  INTERNET_SERVICE_HTTP, INTERNET_FLAG_NO_UI,
-                                                  reinterpret_cast<DWORD_PTR>(&m_context));
+                                                  INTERNET_SERVICE_HTTP, INTERNET_FLAG_NO_UI, ContextOf(record));
             if (handle) {
                 m_hConnect = handle;
                 break;
@@ -139,8 +197,8 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
     if (m_hRequest)
         return 0;
 
-    _beginOperation(StateOpenRequest, 0);
-    m_context.phHandle = &m_hRequest;
+    CVnAsyncRecord* record = _beginOperation(StateOpenRequest, 0);
+    record->context.phHandle = &m_hRequest;
     const std::string verb = bCloseAll && !m_bSkipHeadAuth ? std::string("HEAD") : parts.verb;
     DWORD flags = dwExtraFlags | INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_KEEP_CONNECTION |
                   INTERNET_FLAG_NO_UI;
@@ -149,7 +207,7 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
     for (;;) {
         HINTERNET handle = ::HttpOpenRequestA(m_hConnect, verb.c_str(), parts.path.c_str(),
                                               parts.version.empty() ? nullptr : parts.version.c_str(), nullptr,
-                                              nullptr, flags, reinterpret_cast<DWORD_PTR>(&m_context));
+                                              nullptr, flags, ContextOf(record));
         if (handle) {
             m_hRequest = handle;
             break;
@@ -196,12 +254,13 @@ LONG CVnLinkhostWITransceiver::SendHeadersAsync(const ConnectionParts& parts, co
         LogLine(vn_log::kErrorDec, method, "_initConnection(false) failed", static_cast<int>(code));
         return code;
     }
-    INTERNET_BUFFERSA buffers = {};
-    buffers.dwStructSize = sizeof buffers;
-    buffers.lpcszHeader = headers.c_str();
-    buffers.dwHeadersLength = static_cast<DWORD>(::lstrlenA(headers.c_str()));
-    _beginOperation(StateSendRequestEx, 2);
-    m_context.phHandle = &m_hRequest;
+    CVnAsyncRecord* record = _beginOperation(StateSendRequestEx, 2);
+    record->context.phHandle = &m_hRequest;
+    record->headers = headers;
+    record->buffers = {};
+    record->buffers.dwStructSize = sizeof record->buffers;
+    record->buffers.lpcszHeader = record->headers.c_str();
+    record->buffers.dwHeadersLength = static_cast<DWORD>(::lstrlenA(record->headers.c_str()));
 
     // NTLM or Digest want the whole body in one send: it waits for SendRequest.
     const bool bodyVerb = ::lstrcmpiA(parts.verb.c_str(), "POST") == 0 || ::lstrcmpiA(parts.verb.c_str(), "OPTIONS") == 0 ||
@@ -209,7 +268,7 @@ LONG CVnLinkhostWITransceiver::SendHeadersAsync(const ConnectionParts& parts, co
     if (bodyVerb && (!m_bProxyPlainAuth || !m_bServerPlainAuth))
         return 0;
 
-    while (!::HttpSendRequestExA(m_hRequest, &buffers, nullptr, 0, reinterpret_cast<DWORD_PTR>(&m_context))) {
+    while (!::HttpSendRequestExA(m_hRequest, &record->buffers, nullptr, 0, ContextOf(record))) {
         code = _processRetryError(method, "Can't send ex request (HttpSendRequestEx)");
         if (code != ERROR_INTERNET_FORCE_RETRY)
             return code;
@@ -219,9 +278,17 @@ LONG CVnLinkhostWITransceiver::SendHeadersAsync(const ConnectionParts& parts, co
 
 LONG CVnLinkhostWITransceiver::SendRequest(const char* headers, DWORD cbHeaders, const void* body, DWORD cbBody)
 {
-    _beginOperation(StateSendRequest, 1);
-    m_context.phHandle = &m_hRequest;
-    while (!::HttpSendRequestA(m_hRequest, headers, cbHeaders, const_cast<void*>(body), cbBody)) {
+    CVnAsyncRecord* record = _beginOperation(StateSendRequest, 1);
+    if (!record)
+        return ERROR_INVALID_HANDLE;
+    record->context.phHandle = &m_hRequest;
+    // The platform sends from these after the call has returned.
+    record->headers.assign(headers ? headers : "", headers ? cbHeaders : 0);
+    const BYTE* bytes = static_cast<const BYTE*>(body);
+    record->body.assign(bytes, bytes ? bytes + cbBody : bytes);
+    while (!::HttpSendRequestA(m_hRequest, record->headers.c_str(), static_cast<DWORD>(record->headers.size()),
+                               record->body.empty() ? nullptr : record->body.data(),
+                               static_cast<DWORD>(record->body.size()))) {
         LONG code = _processRetryError("CVnLinkhostWITransceiver::_sendAuthRequest",
                                        "Can't send authorization request (HttpSendRequest)");
         if (code == ERROR_INTERNET_FORCE_RETRY)
@@ -235,9 +302,13 @@ LONG CVnLinkhostWITransceiver::SendRequest(const char* headers, DWORD cbHeaders,
 
 LONG CVnLinkhostWITransceiver::SendData(const void* data, DWORD cb)
 {
-    _beginOperation(StateWriteFile, 1);
-    DWORD written = 0;
-    while (!::InternetWriteFile(m_hRequest, data, cb, &written)) {
+    CVnAsyncRecord* record = _beginOperation(StateWriteFile, 1);
+    if (!record)
+        return ERROR_INVALID_HANDLE;
+    const BYTE* bytes = static_cast<const BYTE*>(data);
+    record->buffer.assign(bytes, bytes ? bytes + cb : bytes);
+    while (!::InternetWriteFile(m_hRequest, record->buffer.data(), static_cast<DWORD>(record->buffer.size()),
+                                &record->cbTransferred)) {
         LONG code = _processRetryError("CVnLinkhostWITransceiver::SendData", "Can't write file. (InternetWriteFile)");
         if (code != ERROR_INTERNET_FORCE_RETRY)
             return code;
@@ -247,8 +318,10 @@ LONG CVnLinkhostWITransceiver::SendData(const void* data, DWORD cb)
 
 LONG CVnLinkhostWITransceiver::EndSendData()
 {
-    _beginOperation(StateEndRequest, 2);
-    if (::HttpEndRequestA(m_hRequest, nullptr, HSR_INITIATE, reinterpret_cast<DWORD_PTR>(&m_context)))
+    CVnAsyncRecord* record = _beginOperation(StateEndRequest, 2);
+    if (!record)
+        return ERROR_INVALID_HANDLE;
+    if (::HttpEndRequestA(m_hRequest, nullptr, HSR_INITIATE, ContextOf(record)))
         return 0;
     // The caller decides what a request to repeat means here.
     return _processRetryError("CVnLinkhostWITransceiver::EndSendData", "Can't end request. (HttpEndRequest)");
@@ -256,13 +329,16 @@ LONG CVnLinkhostWITransceiver::EndSendData()
 
 LONG CVnLinkhostWITransceiver::EndSendHeadersAsync()
 {
-    HANDLE event = m_hEvents[2].get();
-    if (m_monitor.Wait(event, INFINITE) == WAIT_OBJECT_0 + 1) {
+    CVnAsyncRecord* record = m_pRecord;
+    if (!record)
+        return ERROR_INVALID_HANDLE;
+    HANDLE event = record->hEvents[2].get();
+    if (m_monitor.Wait(event, INFINITE, record->hCancel.get()) != WAIT_OBJECT_0) {
         LogLine(vn_log::kError, "CVnLinkhostWITransceiver::EndSendHeadersAsync", "Process closed WAIT_TIMEOUT");
         return WAIT_TIMEOUT;
     }
     ::ResetEvent(event);
-    return static_cast<LONG>(m_context.dwError);
+    return static_cast<LONG>(record->context.dwError);
 }
 
 LONG CVnLinkhostWITransceiver::ReceiveHeadersSync(std::string& text, DWORD dwInfoLevel)
@@ -312,9 +388,15 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
         if (wait == WAIT_FAILED)
             LogLine(vn_log::kErrorDec, method, "::WaitForSingleObject(m_monitor.GetProcess(), 0) failed.",
                     static_cast<int>(::GetLastError()));
-        _beginOperation(StateReadFile, 1);
-        read = 0;
-        while (!::InternetReadFile(m_hRequest, buffer, cbBuffer, &read)) {
+        CVnAsyncRecord* record = _beginOperation(StateReadFile, 1);
+        if (!record)
+            return ERROR_INVALID_HANDLE;
+        // The platform fills the record's buffer, which outlives a read that
+        // this thread stops waiting for; the block is copied out when done.
+        if (record->buffer.size() < cbBuffer)
+            record->buffer.resize(cbBuffer);
+        record->cbTransferred = 0;
+        while (!::InternetReadFile(m_hRequest, record->buffer.data(), cbBuffer, &record->cbTransferred)) {
             LONG code = _processRetryError(method, "Can't read response. (InternetReadFile)");
             if (code == ERROR_INTERNET_FORCE_RETRY)
                 continue;
@@ -322,6 +404,8 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
                 return code;
             break;
         }
+        read = record->cbTransferred;
+        memcpy(buffer, record->buffer.data(), read);
         LONG result = m_lpfnReceiveDataCallback(buffer, cbBuffer, read, param);
         if (result != 0) {
             LogLine(vn_log::kErrorDec, method, "m_lpfnReceiveDataCallback failed", static_cast<int>(result));
@@ -336,8 +420,9 @@ LONG CVnLinkhostWITransceiver::EndReceiveDataAsync(bool bCloseAll)
     _closeHandleInternet(&m_hRequest);
     if (bCloseAll) {
         _closeHandleInternet(&m_hConnect);
-        if (m_hInternet)
-            ::InternetSetStatusCallbackA(m_hInternet, nullptr);
+        HINTERNET session = m_hInternet;
+        if (session)
+            ::InternetSetStatusCallbackA(session, nullptr);
         _closeHandleInternet(&m_hInternet);
     }
     return 0;
@@ -349,47 +434,72 @@ void CVnLinkhostWITransceiver::CloseAllInternetHandles()
     EndReceiveDataAsync(true);
 }
 
+void CVnLinkhostWITransceiver::AbandonInternetHandles()
+{
+    TraceLine("CVnLinkhostWITransceiver::CloseAllInternetHandles inside");
+    auto job = std::make_unique<CloseJob>();
+    {
+        vfc::TLock lock(m_csRecord);
+        job->pRecord = m_pRecord;
+        if (job->pRecord) {
+            job->pRecord->AddRef();
+            job->pRecord->Cancel();
+        }
+    }
+    job->hRequest = static_cast<HINTERNET>(::InterlockedExchangePointer(&m_hRequest, nullptr));
+    job->hConnect = static_cast<HINTERNET>(::InterlockedExchangePointer(&m_hConnect, nullptr));
+    job->hInternet = static_cast<HINTERNET>(::InterlockedExchangePointer(&m_hInternet, nullptr));
+    if (!job->hRequest && !job->hConnect && !job->hInternet) {
+        CloseJobProc(job.release());
+        return;
+    }
+    if (::QueueUserWorkItem(CloseJobProc, job.get(), WT_EXECUTELONGFUNCTION))
+        job.release();
+    else
+        CloseJobProc(job.release());
+}
+
 LONG CVnLinkhostWITransceiver::_closeHandleInternet(HINTERNET* pHandle)
 {
-    _beginOperation(StateCloseHandle, 1);
     // The receive thread and a destructor may close at the same moment: the
-    // field is taken over atomically, so each handle is closed once.
+    // field is taken over atomically, so each handle is closed once. Closing
+    // leaves the context alone: a read may still be pending on it.
     HINTERNET handle = static_cast<HINTERNET>(::InterlockedExchangePointer(pHandle, nullptr));
-    if (!handle)
+    if (!handle || ::InternetCloseHandle(handle))
         return 0;
-    LONG code = 0;
-    while (!::InternetCloseHandle(handle)) {
-        code = _processRetryError("CVnLinkhostWITransceiver::_closeHandleInternet",
-                                  "Can't send authorization request (HttpSendRequest)");
-        if (code != ERROR_INTERNET_FORCE_RETRY)
-            break;
-    }
+    const LONG code = static_cast<LONG>(::GetLastError());
+    LogLine(vn_log::kErrorDec, "CVnLinkhostWITransceiver::_closeHandleInternet",
+            "Can't send authorization request (HttpSendRequest)", static_cast<int>(code));
     return code;
 }
 
 LONG CVnLinkhostWITransceiver::_processRetryError(const char* method, const char* message)
 {
-    const DWORD code = ::GetLastError();
+    DWORD code = ::GetLastError();
     if (code == 0) {
         LogLine(vn_log::kError, method, "Logical error inside _processRetryError");
         return 0;
     }
-    if (code == ERROR_IO_PENDING) {
-        const DWORD wait = m_monitor.Wait(m_context.hEvent, INFINITE);
+    CVnAsyncRecord* record = m_pRecord;
+    if (code == ERROR_IO_PENDING && record) {
+        HANDLE event = record->context.hEvent;
+        const DWORD wait = m_monitor.Wait(event, INFINITE, record->hCancel.get());
         if (wait == WAIT_OBJECT_0 + 1) {
             LogLine(vn_log::kError, "CVnLinkhostWITransceiver::_processRetryError", "Process closed WAIT_TIMEOUT");
-            ::ResetEvent(m_context.hEvent);
+            ::ResetEvent(event);
             return WAIT_TIMEOUT;
         }
         if (wait == WAIT_TIMEOUT)
             LogLine(vn_log::kError, "CVnLinkhostWITransceiver::_processRetryError", "WAIT_TIMEOUT");
-        ::ResetEvent(m_context.hEvent);
-        const DWORD error = m_context.dwError;
-        if (error == ERROR_INTERNET_FORCE_RETRY)
+        ::ResetEvent(event);
+        // Another thread took the session away; the call may still complete
+        // into the record, which outlives it.
+        code = wait == WAIT_OBJECT_0 + 2 ? ERROR_INTERNET_OPERATION_CANCELLED : record->context.dwError;
+        if (code == ERROR_INTERNET_FORCE_RETRY)
             return ERROR_INTERNET_FORCE_RETRY;
-        if (error != 0)
-            LogLine(vn_log::kErrorDec, method, message, static_cast<int>(error));
-        return CVnHttpsHandler::HandleError(error, m_hRequest, m_hWnd, m_bInteractive);
+        if (code != 0)
+            LogLine(vn_log::kErrorDec, method, message, static_cast<int>(code));
+        return CVnHttpsHandler::HandleError(code, m_hRequest, m_hWnd, m_bInteractive);
     }
     if (code == ERROR_INTERNET_FORCE_RETRY)
         return ERROR_INTERNET_FORCE_RETRY;
@@ -397,11 +507,10 @@ LONG CVnLinkhostWITransceiver::_processRetryError(const char* method, const char
     return CVnHttpsHandler::HandleError(code, m_hRequest, m_hWnd, m_bInteractive);
 }
 
-void CVnLinkhostWITransceiver::_readChallenge()
+void CVnLinkhostWITransceiver::_readChallenge(HINTERNET hRequest)
 {
-    HINTERNET request = m_context.phHandle ? *m_context.phHandle : m_hRequest;
     DWORD status = 0, size = sizeof status, index = 0;
-    if (!request || !::HttpQueryInfoA(request, HTTP_QUERY_STATUS_CODE | HTTP_QUERY_FLAG_NUMBER, &status, &size, &index))
+    if (!hRequest || !::HttpQueryInfoA(hRequest, HTTP_QUERY_STATUS_CODE | HTTP_QUERY_FLAG_NUMBER, &status, &size, &index))
         return;
     if (status != HTTP_STATUS_PROXY_AUTH_REQ && status != HTTP_STATUS_DENIED)
         return;
@@ -416,12 +525,21 @@ void CVnLinkhostWITransceiver::_readChallenge()
         m_bServerPlainAuth = plain;
 }
 
-void CALLBACK CVnLinkhostWITransceiver::StatusCallback(HINTERNET, DWORD_PTR context, DWORD status, LPVOID info, DWORD)
+void CALLBACK CVnLinkhostWITransceiver::StatusCallback(HINTERNET hInternet, DWORD_PTR context, DWORD status,
+                                                       LPVOID info, DWORD)
 {
-    auto* ctx = reinterpret_cast<Context*>(context);
-    vfc::TLock lock(LiveLock());
-    if (!ctx || !LiveContexts().count(ctx))
+    auto* record = reinterpret_cast<CVnAsyncRecord*>(context);
+    if (!record)
         return;
+    // Each handle holds the record from its creation to its closing notice.
+    if (status == INTERNET_STATUS_HANDLE_CREATED) {
+        record->AddRef();
+    } else if (status == INTERNET_STATUS_HANDLE_CLOSING) {
+        record->Release();
+        return;
+    }
+    vfc::TLock lock(record->lock);
+    Context* ctx = &record->context;
     const DWORD state = ctx->dwState;
     if (state > StateCloseHandle)
         return;
@@ -430,22 +548,19 @@ void CALLBACK CVnLinkhostWITransceiver::StatusCallback(HINTERNET, DWORD_PTR cont
     case StateConnect:
     case StateOpenRequest:
         if (status == INTERNET_STATUS_HANDLE_CREATED) {
-            if (ctx->phHandle && result)
+            if (ctx->pTransceiver && ctx->phHandle && result)
                 *ctx->phHandle = reinterpret_cast<HINTERNET>(result->dwResult);
             ::SetEvent(ctx->hEvent);
         }
         break;
     case StateSendRequest:
-        if (status == INTERNET_STATUS_RESPONSE_RECEIVED || status == INTERNET_STATUS_REQUEST_COMPLETE)
-            ctx->pTransceiver->_readChallenge();
+        if (ctx->pTransceiver &&
+            (status == INTERNET_STATUS_RESPONSE_RECEIVED || status == INTERNET_STATUS_REQUEST_COMPLETE))
+            ctx->pTransceiver->_readChallenge(hInternet);
         if (status == INTERNET_STATUS_REQUEST_COMPLETE) {
             ctx->dwError = result ? result->dwError : 0;
             ::SetEvent(ctx->hEvent);
         }
-        break;
-    case StateCloseHandle:
-        if (status == INTERNET_STATUS_HANDLE_CLOSING)
-            ::SetEvent(ctx->hEvent);
         break;
     default:
         if (status == INTERNET_STATUS_REQUEST_COMPLETE) {

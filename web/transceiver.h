@@ -10,7 +10,8 @@
 
 #include <string>
 
-#include "vfc/unique_resource.h"
+#include "vfc/critical_section.h"
+#include "web/async_record.h"
 #include "web/process_monitor.h"
 
 class CVnLinkhostWITransceiver;
@@ -44,14 +45,7 @@ public:
         StateCloseHandle = 8,
     };
 
-    // The record whose address goes to the platform with every call.
-    struct Context {
-        volatile DWORD dwState = StateConnect;
-        HINTERNET* phHandle = nullptr;
-        HANDLE hEvent = nullptr;
-        volatile DWORD dwError = 0;
-        CVnLinkhostWITransceiver* pTransceiver = nullptr;
-    };
+    using Context = CVnAsyncRecord::Context;
 
     CVnLinkhostWITransceiver();
     ~CVnLinkhostWITransceiver();
@@ -81,6 +75,11 @@ public:
     LONG ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, void* param);
     LONG EndReceiveDataAsync(bool bCloseAll);
     void CloseAllInternetHandles();
+    // For a thread other than the one using the transceiver: ends the waits
+    // of the operation in flight and closes all handles in the background.
+    // Closing can take long (the platform may read the rest of a body first),
+    // so the caller returns at once; the record outlives the pending I/O.
+    void AbandonInternetHandles();
     LONG _authenticate();
 
 private:
@@ -90,12 +89,18 @@ private:
     LONG _sendAuthRequest(const ConnectionParts& parts, const std::string& headers, int& iAuthResult);
     LONG _processRetryError(const char* method, const char* message);
     LONG _closeHandleInternet(HINTERNET* pHandle);
-    // Prepares the context for one operation on one of the three events.
-    void _beginOperation(State state, int event);
+    // Prepares the context for one operation on one of the three events;
+    // null when the transceiver has no record.
+    CVnAsyncRecord* _beginOperation(State state, int event);
+    // A session starts on a record of its own unless the last one is unused:
+    // a call of an earlier session may still be pending on it.
+    bool _renewRecord();
+    // Lets go of the current record; the platform may still hold it.
+    void _leaveRecord();
     std::string _bypassText() const;
     // Reads the status of the response to a pending send and the challenge
     // scheme of a 401 or 407; runs on the platform's callback thread.
-    void _readChallenge();
+    void _readChallenge(HINTERNET hRequest);
 
     static void CALLBACK StatusCallback(HINTERNET hInternet, DWORD_PTR context, DWORD status, LPVOID info,
                                         DWORD length);
@@ -106,8 +111,11 @@ private:
     HINTERNET m_hInternet = nullptr;
     HINTERNET m_hConnect = nullptr;
     HINTERNET m_hRequest = nullptr;
-    Context m_context;
-    vfc::THandle m_hEvents[3];
+    // The record of the current session. Replaced only by the thread using
+    // the transceiver, under m_csRecord, which AbandonInternetHandles takes
+    // to borrow it from another thread.
+    CVnAsyncRecord* m_pRecord = nullptr;
+    vfc::TCriticalSection m_csRecord;
     VnProcessMonitor m_monitor;
     ReceiveDataCallback m_lpfnReceiveDataCallback = nullptr;
     bool m_bProxyChanged = true;

@@ -58,10 +58,15 @@ LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, co
             }
         }
 
-        _beginOperation(StateSendRequest, 1);
-        m_context.phHandle = &m_hRequest;
+        CVnAsyncRecord* record = _beginOperation(StateSendRequest, 1);
+        if (!record)
+            return ERROR_INVALID_HANDLE;
+        record->context.phHandle = &m_hRequest;
+        // The platform sends from the record after the call has returned.
+        record->headers = probeHeaders;
         code = 0;
-        while (!::HttpSendRequestA(m_hRequest, probeHeaders.c_str(), static_cast<DWORD>(probeHeaders.size()), nullptr, 0)) {
+        while (!::HttpSendRequestA(m_hRequest, record->headers.c_str(), static_cast<DWORD>(record->headers.size()),
+                                   nullptr, 0)) {
             code = _processRetryError(kAuthMethod, "Can't send authorization request (HttpSendRequest)");
             if (code != ERROR_INTERNET_FORCE_RETRY)
                 break;
