@@ -88,27 +88,29 @@ HRESULT CVnSessionConnection::GetProxyDefault()
         return E_FAIL;
     }
 
-    LogLine("Info about method [%s]. IE Settings [Proxy mode]: \n %s = %s;\n %s = %s;\n %s = %s;\n", kMethod,
-            "ProxyManual", Bool(system.m_dwFlags & vn_settings::kProxyTypeManual),
-            "ProxyScript", Bool(system.m_dwFlags & vn_settings::kProxyTypeScript),
-            "ProxyAuto", Bool(system.m_dwFlags & vn_settings::kProxyTypeAuto));
-    LogLine("Info about method [%s]. IE Settings [Proxy Script]: %s", kMethod,
-            TextOrEmpty(system.m_bHasScript, system.m_strScript));
-    LogLine("Info about method [%s]. IE Settings [Proxy Exclude]: %s", kMethod,
-            TextOrEmpty(system.m_bHasBypass, system.m_strBypass));
-    LogLine("Info about method [%s]. IE Settings [Proxy Address]: %s", kMethod,
-            TextOrEmpty(system.m_bHasServer, system.m_strServer));
+    // What the system said and what the working record became are traced,
+    // never written to the log.
+    TraceLine("Info about method [%s]. IE Settings [Proxy mode]: \n %s = %s;\n %s = %s;\n %s = %s;\n", kMethod,
+              "ProxyManual", Bool(system.m_dwFlags & vn_settings::kProxyTypeManual),
+              "ProxyScript", Bool(system.m_dwFlags & vn_settings::kProxyTypeScript),
+              "ProxyAuto", Bool(system.m_dwFlags & vn_settings::kProxyTypeAuto));
+    TraceLine("Info about method [%s]. IE Settings [Proxy Script]: %s", kMethod,
+              TextOrEmpty(system.m_bHasScript, system.m_strScript));
+    TraceLine("Info about method [%s]. IE Settings [Proxy Exclude]: %s", kMethod,
+              TextOrEmpty(system.m_bHasBypass, system.m_strBypass));
+    TraceLine("Info about method [%s]. IE Settings [Proxy Address]: %s", kMethod,
+              TextOrEmpty(system.m_bHasServer, system.m_strServer));
 
     CConfigData& data = *m_pWorkData;
     vn_settings::ApplySystemProxySettings(system, data);
 
-    LogLine("Info about method [%s]. cdAWorkData structure [Proxy settings]: "
-            "\n %s = %s;\n %s = %d;\n %s = %s;\n %s = %d;\n %s = %s;\n %s = %s;\n %s = %s;\n",
-            kMethod, "m_UseSystemProxy", Bool(data.m_UseSystemProxy),
-            "m_ProxyMode (ProxyNone-0,ProxyAuto-1,ProxyManual-2,ProxyScript-3)", data.m_ProxyMode,
-            "m_ProxyAddress", data.m_ProxyAddress.c_str(), "m_ProxyPort", data.m_ProxyPort,
-            "m_ProxyExclude", data.m_ProxyExclude.c_str(), "m_ProxyNoLocal", Bool(data.m_ProxyNoLocal),
-            "m_ProxyScript", data.m_ProxyScript.c_str());
+    TraceLine("Info about method [%s]. cdAWorkData structure [Proxy settings]: "
+              "\n %s = %s;\n %s = %d;\n %s = %s;\n %s = %d;\n %s = %s;\n %s = %s;\n %s = %s;\n",
+              kMethod, "m_UseSystemProxy", Bool(data.m_UseSystemProxy),
+              "m_ProxyMode (ProxyNone-0,ProxyAuto-1,ProxyManual-2,ProxyScript-3)", data.m_ProxyMode,
+              "m_ProxyAddress", data.m_ProxyAddress.c_str(), "m_ProxyPort", data.m_ProxyPort,
+              "m_ProxyExclude", data.m_ProxyExclude.c_str(), "m_ProxyNoLocal", Bool(data.m_ProxyNoLocal),
+              "m_ProxyScript", data.m_ProxyScript.c_str());
     return S_OK;
 }
 
@@ -122,10 +124,10 @@ HRESULT CVnSessionConnection::GetRASDefault()
     std::string entry;
     if (SUCCEEDED(GetIEDefConnection(entry)))
         data.m_DefaultConnection = entry;
-    LogLine("Info about method [%s]. cdAWorkData structure[RAS settings]: \n %s = %s;\n %s = %d;\n %s = %s;\n %s = %d;\n",
-            "CVnSessionConnection::GetRASDefault", "m_UseSystemConnection", Bool(data.m_UseSystemConnection),
-            "m_DialMode (DialNever-0,DialRequired-1,DialAlways-2)", data.m_DialMode,
-            "m_DefaultConnection", data.m_DefaultConnection.c_str(), "m_SessionFlags", data.m_SessionFlags);
+    TraceLine("Info about method [%s]. cdAWorkData structure[RAS settings]: \n %s = %s;\n %s = %d;\n %s = %s;\n %s = %d;\n",
+              "CVnSessionConnection::GetRASDefault", "m_UseSystemConnection", Bool(data.m_UseSystemConnection),
+              "m_DialMode (DialNever-0,DialRequired-1,DialAlways-2)", data.m_DialMode,
+              "m_DefaultConnection", data.m_DefaultConnection.c_str(), "m_SessionFlags", data.m_SessionFlags);
     return S_OK;
 }
 
@@ -143,7 +145,7 @@ HRESULT CVnSessionConnection::GetIEDialMode(int& mode)
         mode = DialRequired;
         word = "DialRequired";
     }
-    LogLine("Info about method [%s]. IE Settings [Ras Mode]: %s", "CVnSessionConnection::GetIEDialMode", word);
+    TraceLine("Info about method [%s]. IE Settings [Ras Mode]: %s", "CVnSessionConnection::GetIEDialMode", word);
     return S_OK;
 }
 
@@ -165,8 +167,8 @@ HRESULT CVnSessionConnection::GetIEDefConnection(std::string& entry)
     TDefaultEntryPlace place = DefaultEntryPlace(version);
     if (place.key)
         name = vn_settings::RegistryValueText(HKEY_CURRENT_USER, place.key, place.value);
-    LogLine("Info about method [%s]. IE Settings [Ras DefaultConnection]: %s, May be you don't have such connection",
-            kMethod, name.c_str());
+    TraceLine("Info about method [%s]. IE Settings [Ras DefaultConnection]: %s, May be you don't have such connection",
+              kMethod, name.c_str());
 
     // A name left behind by a deleted entry is not used.
     for (const std::string& known : entries) {

@@ -1,244 +1,127 @@
-// The role a command line gives the process, and the message a wrong one
-// earns, for the spellings users and the platform really write.
-#include "host/command_line.h"
-
+// The role a command line gives the process, for the spellings users and the
+// platform really write, and the message box a wrong one earns.
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
+
+#include "host/command_line.h"
+#include "host/messages.h"
+#include "host/module.h"
+#include "host/platform_seams.h"
+#include "res/resource.h"
 
 namespace {
 
-using Outcome = TCommandLineChoice::Outcome;
-
-struct RoleCase {
-    const char* commandLine;
-    ProcessRole role;
-};
-
-struct RefusalCase {
-    const char* commandLine;
-    Outcome outcome;
-    const char* message;  // the parser's message, for BadOption only
-};
-
-const char* OutcomeName(Outcome outcome)
+// "Role <n>", "Help", "Leftover", "NoRole", or "Bad: " and the parser's message.
+std::string Choose(const char* commandLine)
 {
-    switch (outcome) {
-    case TCommandLineChoice::Help: return "Help";
-    case TCommandLineChoice::BadOption: return "BadOption";
-    case TCommandLineChoice::Leftover: return "Leftover";
-    case TCommandLineChoice::NoRole: return "NoRole";
-    case TCommandLineChoice::Role: return "Role";
-    }
-    return "?";
+    const TCommandLineChoice choice = ChooseRole(commandLine);
+    const char* const outcomes[] = {"Help", "Bad: ", "Leftover", "NoRole", "Role "};
+    std::string text = outcomes[choice.outcome];
+    if (choice.outcome == TCommandLineChoice::Role)
+        return text + std::to_string(choice.role);
+    return choice.role == RoleNone ? text + choice.errorMessage : text + " with a role";
 }
 
-void ExpectRoles(const RoleCase* begin, const RoleCase* end)
+std::vector<std::string> g_boxes;  // "title|type|text" of each box shown
+
+int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR title, UINT type)
 {
-    for (const RoleCase* c = begin; c != end; ++c) {
-        SCOPED_TRACE(c->commandLine);
-        const TCommandLineChoice choice = ChooseRole(c->commandLine);
-        EXPECT_STREQ(OutcomeName(choice.outcome), "Role");
-        EXPECT_EQ(choice.role, c->role);
-        EXPECT_EQ(choice.errorMessage, "");
-    }
+    g_boxes.push_back(std::string(title) + "|" + std::to_string(type) + "|" + text);
+    return IDOK;
 }
 
-void ExpectRefusals(const RefusalCase* begin, const RefusalCase* end)
-{
-    for (const RefusalCase* c = begin; c != end; ++c) {
-        SCOPED_TRACE(c->commandLine ? c->commandLine : "null");
-        const TCommandLineChoice choice = ChooseRole(c->commandLine);
-        EXPECT_STREQ(OutcomeName(choice.outcome), OutcomeName(c->outcome));
-        EXPECT_EQ(choice.role, RoleNone);
-        EXPECT_EQ(choice.errorMessage, c->message);
-    }
-}
-
-std::string Repeated(const char* program, const char* word, int times)
-{
-    std::string text = program;
-    for (int i = 0; i < times; ++i)
-        text += std::string(" ") + word;
-    return text;
-}
+const std::string kBox = "Velorin Linkhost|8192|Velorin Linkhost Component\nInternet access for the Velorin desktop "
+                         "applications. Copyright (C) Velorin.\n\n";
+const std::string kUsage =
+    "\nUsage: VnLinkhost [-h] [-c] [-r] [-u] [-e] [-s] [-k]\nOptions:\n  -h\t--help\t\tDisplay this information\n"
+    "  -c\t--configure\tConfigure the component settings\n  -r\t--register\t\tRegister as COM server\n"
+    "  -u\t--unregister\tUnregister as COM server\n  -e\t--embedding\tStart as COM Server\n"
+    "  -s\t--service\t\tStart as COM Service\n  -k\t--kill\t\tTerminate COM Server";
 
 }  // namespace
 
-TEST(ChooseRole, EverySpellingOfEmbeddingStartsTheServer)
+TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
 {
-    const RoleCase cases[] = {
-        {"VnLinkhost.exe -Embedding", RoleEmbedding},
-        {"VnLinkhost.exe /Embedding", RoleEmbedding},
-        {"VnLinkhost.exe --embedding", RoleEmbedding},
-        {"VnLinkhost.exe -EMBEDDING", RoleEmbedding},
-        {"VnLinkhost.exe -emb", RoleEmbedding},
-        {"VnLinkhost.exe -e", RoleEmbedding},
-        {"VnLinkhost.exe --e", RoleEmbedding},
-        {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", RoleEmbedding},
-        {"'C:\\Program Files\\VnLinkhost.exe'\t/embedding", RoleEmbedding},
+    std::string words, many;
+    for (int i = 0; i < 300; ++i)
+        words += " w", many += " -e";
+    const struct {
+        std::string outcome;
+        std::vector<std::string> commandLines;
+    } rows[] = {
+        {"Role 6", {"-Embedding", "/Embedding", "--embedding", "-EMBEDDING", "-emb", "-e", "--e", "-ce", "/c/e", "\"-e\""}},
+        {"Role 4", {"/RegServer", "-regserver", "--REGSERVER", "-RegS", "-c /RegServer"}},
+        {"Role 5", {"/UnregServer", "-unregserver"}},
+        {"Role 2", {"--register", "-register", "-regi", "-r", "/r", "-u -r", "-r --"}},
+        {"Role 3", {"--unregister", "-u", "--unregi", "-r -u", "/UnregServer -u"}},
+        {"Role 8", {"--k", "-k", "'--kill'", "-rk", "-c\t\t-k"}},  // "rk" is no name: 'r', then "k" for "kill"
+        {"Role 1", {"--c", "-c", "/Configure", "/RegServer -c"}},
+        {"Role 7", {"--s", "--service", "-s", "/SERVICE"}},
+        {"Help", {"-h", "--h", "/HELP", "-h -x", "-e -h --reg", "/h/c", "-h foo"}},
+        {"Bad: option '--reg' is ambiguous", {"--reg"}},
+        {"Bad: option '--un' is ambiguous", {"--un"}},
+        {"Bad: option '-re' is ambiguous", {"-re"}},
+        {"Bad: option '-u' is ambiguous", {"-ru"}},
+        {"Bad: option '-R' is ambiguous", {"-R"}},
+        {"Bad: unrecognized option '-x'", {"-x", "-x -h"}},
+        {"Bad: unrecognized option '/x'", {"/x"}},
+        {"Bad: unrecognized option '--bogus'", {"-e --bogus -x"}},
+        {"Bad: unrecognized option '--embeddings'", {"--embeddings"}},
+        {"Bad: option '--help' doesn't allow an argument", {"--help=x"}},
+        {"Bad: option '/kill' doesn't allow an argument", {"/kill=now"}},
+        {"Leftover", {"foo -r", "-r foo", "-- -r", "-e -- foo", "-", "/", "/-e", "\"\"", many, "-e" + words}},
+        {"NoRole", {"", "   \t "}},
+        {"Role 6", {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", "'C:\\a b\\VnLinkhost.exe'\t/embedding",
+                    "VnLinkhost.exe" + many.substr(0, 254 * 3)}},  // 255 elements in all are stored and parsed
+        {"NoRole", {"", "-e", "\"C:\\Program Files\\VnLinkhost.exe\""}},  // the first word is the program
+        {"Leftover", {"0", "0VnLinkhost.exe -e", "\"C:\\Program Files\\VnLinkhost.exe -e", "'VnLinkhost.exe -e"}},
     };
-    ExpectRoles(std::begin(cases), std::end(cases));
+    // The last three groups are whole command lines; the others follow the program's name.
+    for (size_t i = 0; i < std::size(rows); ++i)
+        for (const std::string& line : rows[i].commandLines) {
+            const std::string commandLine = i + 3 < std::size(rows) ? "VnLinkhost.exe " + line : line;
+            EXPECT_EQ(rows[i].outcome, Choose(commandLine.c_str())) << commandLine;
+        }
+    EXPECT_EQ("Leftover", Choose(nullptr));
 }
 
-TEST(ChooseRole, RegServerSpellingsAreSilentRegisterSpellingsAreNot)
+TEST(CommandLineBoxes, EachRefusalShowsTheUsageWithItsErrorLineAndFails)
 {
-    const RoleCase cases[] = {
-        {"VnLinkhost.exe /RegServer", RoleRegServer},
-        {"VnLinkhost.exe -regserver", RoleRegServer},
-        {"VnLinkhost.exe --REGSERVER", RoleRegServer},
-        {"VnLinkhost.exe -RegS", RoleRegServer},
-        {"VnLinkhost.exe /UnregServer", RoleUnregServer},
-        {"VnLinkhost.exe -unregserver", RoleUnregServer},
-        {"VnLinkhost.exe --register", RoleRegister},
-        {"VnLinkhost.exe -register", RoleRegister},
-        {"VnLinkhost.exe -regi", RoleRegister},
-        {"VnLinkhost.exe -r", RoleRegister},
-        {"VnLinkhost.exe /r", RoleRegister},
-        {"VnLinkhost.exe --unregister", RoleUnregister},
-        {"VnLinkhost.exe -u", RoleUnregister},
-        {"VnLinkhost.exe --unregi", RoleUnregister},
+    TScopedSeam<decltype(VnPlatformSeams::MessageBoxA)> seam(PlatformSeams().MessageBoxA, CaptureBox);
+    const char* const rows[][2] = {
+        {"VnLinkhost.exe",
+         " ERROR: Please specify either --configure, --register, --unregister --embedding or --service or --kill\n"},
+        {"VnLinkhost.exe -h -x", ""},
+        {"VnLinkhost --reg", " ERROR: option '--reg' is ambiguous\n"},
+        {"VnLinkhost -x -h", " ERROR: unrecognized option '-x'\n"},
+        {"VnLinkhost foo -r", " ERROR: Unknown command line arguments provided\n"},
+        {"0VnLinkhost -r", " ERROR: Unknown command line arguments provided\n"},
+        {"\"C:\\no end -e", " ERROR: Unknown command line arguments provided\n"},
     };
-    ExpectRoles(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, ShortAndAbbreviatedFormsOfTheOtherRoles)
-{
-    const RoleCase cases[] = {
-        {"VnLinkhost.exe --k", RoleKill},
-        {"VnLinkhost.exe -k", RoleKill},
-        {"VnLinkhost.exe --kill", RoleKill},
-        {"VnLinkhost.exe --c", RoleConfigure},
-        {"VnLinkhost.exe -c", RoleConfigure},
-        {"VnLinkhost.exe /Configure", RoleConfigure},
-        {"VnLinkhost.exe --s", RoleService},
-        {"VnLinkhost.exe --service", RoleService},
-        {"VnLinkhost.exe -s", RoleService},
-        {"VnLinkhost.exe /SERVICE", RoleService},
-    };
-    ExpectRoles(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, LastRoleOptionWins)
-{
-    const RoleCase cases[] = {
-        {"VnLinkhost.exe -r -u", RoleUnregister},
-        {"VnLinkhost.exe -u -r", RoleRegister},
-        {"VnLinkhost.exe /RegServer -c", RoleConfigure},
-        {"VnLinkhost.exe -c /RegServer", RoleRegServer},
-        {"VnLinkhost.exe /UnregServer -u", RoleUnregister},
-        // "rk" is no name, so 'r' is short and "k" is then read as "kill".
-        {"VnLinkhost.exe -rk", RoleKill},
-        {"VnLinkhost.exe -ce", RoleEmbedding},
-        {"VnLinkhost.exe /c/e", RoleEmbedding},
-        {"VnLinkhost.exe -c\t\t-k", RoleKill},
-    };
-    ExpectRoles(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, HelpStopsTheParseBeforeAnythingBehindIt)
-{
-    const RefusalCase cases[] = {
-        {"VnLinkhost.exe -h", TCommandLineChoice::Help, ""},
-        {"VnLinkhost.exe --h", TCommandLineChoice::Help, ""},
-        {"VnLinkhost.exe /HELP", TCommandLineChoice::Help, ""},
-        {"VnLinkhost.exe -h -x", TCommandLineChoice::Help, ""},
-        {"VnLinkhost.exe -e -h --reg", TCommandLineChoice::Help, ""},
-        {"VnLinkhost.exe /h/c", TCommandLineChoice::Help, ""},
-        {"VnLinkhost.exe -h foo", TCommandLineChoice::Help, ""},
-    };
-    ExpectRefusals(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, BadOptionsCarryTheParsersMessage)
-{
-    const RefusalCase cases[] = {
-        {"VnLinkhost.exe --reg", TCommandLineChoice::BadOption, "option '--reg' is ambiguous"},
-        {"VnLinkhost.exe --un", TCommandLineChoice::BadOption, "option '--un' is ambiguous"},
-        {"VnLinkhost.exe -x", TCommandLineChoice::BadOption, "unrecognized option '-x'"},
-        {"VnLinkhost.exe /x", TCommandLineChoice::BadOption, "unrecognized option '/x'"},
-        {"VnLinkhost.exe -re", TCommandLineChoice::BadOption, "option '-re' is ambiguous"},
-        {"VnLinkhost.exe -ru", TCommandLineChoice::BadOption, "option '-u' is ambiguous"},
-        {"VnLinkhost.exe --help=x", TCommandLineChoice::BadOption,
-         "option '--help' doesn't allow an argument"},
-        {"VnLinkhost.exe /kill=now", TCommandLineChoice::BadOption,
-         "option '/kill' doesn't allow an argument"},
-        {"VnLinkhost.exe -x -h", TCommandLineChoice::BadOption, "unrecognized option '-x'"},
-        {"VnLinkhost.exe -e --bogus -x", TCommandLineChoice::BadOption,
-         "unrecognized option '--bogus'"},
-        {"VnLinkhost.exe -R", TCommandLineChoice::BadOption, "option '-R' is ambiguous"},
-        {"VnLinkhost.exe --embeddings", TCommandLineChoice::BadOption,
-         "unrecognized option '--embeddings'"},
-    };
-    ExpectRefusals(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, UnconsumedWordsAreLeftOverAndNoRoleRuns)
-{
-    const RefusalCase cases[] = {
-        {"VnLinkhost.exe foo -r", TCommandLineChoice::Leftover, ""},
-        {"VnLinkhost.exe -r foo", TCommandLineChoice::Leftover, ""},
-        {"VnLinkhost.exe -- -r", TCommandLineChoice::Leftover, ""},
-        {"VnLinkhost.exe -e -- foo", TCommandLineChoice::Leftover, ""},
-        {"VnLinkhost.exe -", TCommandLineChoice::Leftover, ""},
-        {"VnLinkhost.exe /", TCommandLineChoice::Leftover, ""},
-        {"VnLinkhost.exe /-e", TCommandLineChoice::Leftover, ""},
-        {"VnLinkhost.exe \"\"", TCommandLineChoice::Leftover, ""},
-    };
-    ExpectRefusals(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, QuotesAndATrailingDoubleDashDoNotHideAnOption)
-{
-    const RoleCase cases[] = {
-        {"VnLinkhost.exe -r --", RoleRegister},
-        {"VnLinkhost.exe \"-e\"", RoleEmbedding},
-        {"VnLinkhost.exe '--kill'", RoleKill},
-    };
-    ExpectRoles(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, NothingButTheProgramAsksForARole)
-{
-    const RefusalCase cases[] = {
-        {"VnLinkhost.exe", TCommandLineChoice::NoRole, ""},
-        {"VnLinkhost.exe   \t ", TCommandLineChoice::NoRole, ""},
-        {"\"C:\\Program Files\\VnLinkhost.exe\"", TCommandLineChoice::NoRole, ""},
-        {"", TCommandLineChoice::NoRole, ""},
-        // The first word is the program even when it looks like an option.
-        {"-e", TCommandLineChoice::NoRole, ""},
-    };
-    ExpectRefusals(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, TextTheTokeniserRefusesIsLeftOver)
-{
-    const RefusalCase cases[] = {
-        {"0", TCommandLineChoice::Leftover, ""},
-        {"0VnLinkhost.exe -e", TCommandLineChoice::Leftover, ""},
-        {"\"C:\\Program Files\\VnLinkhost.exe -e", TCommandLineChoice::Leftover, ""},
-        {"'VnLinkhost.exe -e", TCommandLineChoice::Leftover, ""},
-        {nullptr, TCommandLineChoice::Leftover, ""},
-    };
-    ExpectRefusals(std::begin(cases), std::end(cases));
-}
-
-TEST(ChooseRole, WordsBeyondWhatTheVectorHoldsAreLeftOver)
-{
-    // 255 elements in all are stored and parsed.
-    const std::string full = Repeated("VnLinkhost.exe", "-e", 254);
-    const TCommandLineChoice stored = ChooseRole(full.c_str());
-    EXPECT_STREQ(OutcomeName(stored.outcome), "Role");
-    EXPECT_EQ(stored.role, RoleEmbedding);
-
-    // The 256th and later are counted but cannot be read.
-    for (int options : {255, 299, 1000}) {
-        SCOPED_TRACE(options);
-        const std::string text = Repeated("VnLinkhost.exe", "-e", options);
-        const TCommandLineChoice choice = ChooseRole(text.c_str());
-        EXPECT_STREQ(OutcomeName(choice.outcome), "Leftover");
+    for (const auto& row : rows) {
+        g_boxes.clear();
+        HRESULT status = S_OK;
+        EXPECT_FALSE(Module().ParseCommandLine(row[0], status)) << row[0];
+        EXPECT_EQ(E_FAIL, status) << row[0];
+        EXPECT_EQ(std::vector<std::string>{kBox + row[1] + kUsage}, g_boxes) << row[0];
     }
+}
 
-    const std::string words = "VnLinkhost.exe -e" + Repeated("", "w", 300);
-    EXPECT_STREQ(OutcomeName(ChooseRole(words.c_str()).outcome), "Leftover");
+TEST(CommandLineBoxes, ReportResultShowsTheSystemTextTheUnknownErrorOrSuccess)
+{
+    TScopedSeam<decltype(VnPlatformSeams::MessageBoxA)> seam(PlatformSeams().MessageBoxA, CaptureBox);
+    g_boxes.clear();
+    ReportResult(static_cast<HRESULT>(0x8004DEAD), IDS_REGISTER_FAILED, IDS_REGISTER_OK);
+    ReportResult(S_OK, IDS_UNREGISTER_FAILED, IDS_UNREGISTER_OK);
+    ReportResult(S_OK, IDS_SERVICE_FAILED, 0);
+    ReportResult(E_ACCESSDENIED, IDS_SERVICE_FAILED, IDS_SERVICE_OK);
+    ASSERT_EQ(3u, g_boxes.size());
+    EXPECT_EQ(kBox + "Velorin Linkhost COM registration failed.\nERROR: Unknown system error - 2147802797.", g_boxes[0]);
+    EXPECT_EQ(kBox + "Velorin Linkhost COM unregistration succeeded.", g_boxes[1]);
+    const std::string failed = kBox + "Velorin Linkhost COM service failed.\nERROR: ";
+    EXPECT_EQ(failed, g_boxes[2].substr(0, failed.size()));
+    EXPECT_GT(g_boxes[2].size(), failed.size());
+    EXPECT_EQ(std::string::npos, g_boxes[2].find("Unknown system error"));
 }

@@ -1,5 +1,8 @@
+// The fan-out of host events to the plug-ins' sinks: every sink in order,
+// until one fails or a query to shut down is vetoed with a plain 1.
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "host/event_fanout.h"
@@ -9,104 +12,65 @@ namespace {
 
 constexpr LONG kLeaveAlone = 0x7fffffff;
 
-// A sink that records its calls and answers as told.
+// A sink that records its call and answers as told.
 class RecordingSink : public vfc::TComObject<RecordingSink, IVnLinkhostEventSink> {
 public:
     static constexpr bool LocksModule = false;
-    RecordingSink(std::vector<int>* calls, int id, HRESULT status, LONG answer)
+    RecordingSink(std::string* calls, char id, HRESULT status, LONG answer)
         : m_calls(calls), m_id(id), m_status(status), m_answer(answer)
     {
     }
     STDMETHODIMP OnEvent(VnLinkhostEventType, VARIANT, VnLinkhostEventResult* result) override
     {
-        m_calls->push_back(m_id);
+        *m_calls += m_id;
         if (result && m_answer != kLeaveAlone)
             *result = static_cast<VnLinkhostEventResult>(m_answer);
         return m_status;
     }
 
 private:
-    std::vector<int>* m_calls;
-    int m_id;
+    std::string* m_calls;
+    char m_id;
     HRESULT m_status;
     LONG m_answer;
 };
 
-struct Fanout : testing::Test {
-    void Add(HRESULT status, LONG answer)
-    {
-        RecordingSink* sink = nullptr;
-        ASSERT_EQ(S_OK, RecordingSink::Create(&sink, &calls, static_cast<int>(sinks.size()), status, answer));
-        sinks.emplace_back(sink);
-        sink->Release();
-    }
-    HRESULT Raise(LONG type, LONG parameter, VnLinkhostEventResult* result)
-    {
-        VARIANT p;
-        VariantInit(&p);
-        p.vt = VT_I4;
-        p.lVal = parameter;
-        return FanOutEvent(sinks, type, p, result);
-    }
-    std::vector<vfc::TComPtr<IVnLinkhostEventSink>> sinks;
-    std::vector<int> calls;
-};
-
-TEST_F(Fanout, NoSinksAgree)
-{
-    auto result = static_cast<VnLinkhostEventResult>(0);
-    EXPECT_EQ(S_OK, Raise(1, 1, &result));
-    EXPECT_EQ(0, result);
-}
-
-TEST_F(Fanout, AllSinksHearTheEventInOrder)
-{
-    Add(S_OK, kLeaveAlone);
-    Add(S_OK, kLeaveAlone);
-    Add(S_FALSE, kLeaveAlone);
-    auto result = static_cast<VnLinkhostEventResult>(0);
-    EXPECT_EQ(S_FALSE, Raise(2, 1, &result));  // the last status comes back
-    EXPECT_EQ((std::vector<int>{0, 1, 2}), calls);
-}
-
-TEST_F(Fanout, FailureStopsTheWalk)
-{
-    Add(S_OK, kLeaveAlone);
-    Add(E_FAIL, kLeaveAlone);
-    Add(S_OK, kLeaveAlone);
-    auto result = static_cast<VnLinkhostEventResult>(0);
-    EXPECT_EQ(E_FAIL, Raise(2, 1, &result));
-    EXPECT_EQ((std::vector<int>{0, 1}), calls);
-}
-
-TEST_F(Fanout, PlainOneStopsOnlyAQueryWithParameterOne)
-{
-    Add(S_OK, 1);
-    Add(S_OK, kLeaveAlone);
-    auto result = static_cast<VnLinkhostEventResult>(0);
-    EXPECT_EQ(S_OK, Raise(1, 1, &result));
-    EXPECT_EQ((std::vector<int>{0}), calls);
-    EXPECT_EQ(1, result);
-
-    calls.clear();
-    result = static_cast<VnLinkhostEventResult>(0);
-    EXPECT_EQ(S_OK, Raise(2, 1, &result));  // a shutdown reaches everyone
-    EXPECT_EQ((std::vector<int>{0, 1}), calls);
-
-    calls.clear();
-    result = static_cast<VnLinkhostEventResult>(0);
-    EXPECT_EQ(S_OK, Raise(1, 2, &result));  // another parameter too
-    EXPECT_EQ((std::vector<int>{0, 1}), calls);
-}
-
-TEST_F(Fanout, PublishedVetoDoesNotEndTheWalkButStaysInTheResult)
-{
-    Add(S_OK, Veto);
-    Add(S_OK, kLeaveAlone);
-    auto result = static_cast<VnLinkhostEventResult>(0);
-    EXPECT_EQ(S_OK, Raise(1, 1, &result));
-    EXPECT_EQ((std::vector<int>{0, 1}), calls);
-    EXPECT_EQ(Veto, result);
-}
-
 }  // namespace
+
+TEST(EventFanout, SinksHearTheEventInOrderUntilOneFailsOrVetoesAQuery)
+{
+    const struct {
+        std::vector<std::pair<HRESULT, LONG>> sinks;  // status and answer of each
+        LONG type, parameter;
+        HRESULT status;
+        const char* calls;
+        LONG result;
+    } rows[] = {
+        {{}, 1, 1, S_OK, "", 0},
+        {{{S_OK, kLeaveAlone}, {S_OK, kLeaveAlone}, {S_FALSE, kLeaveAlone}}, 2, 1, S_FALSE, "abc", 0},  // the last status
+        {{{S_OK, kLeaveAlone}, {E_FAIL, kLeaveAlone}, {S_OK, kLeaveAlone}}, 2, 1, E_FAIL, "ab", 0},
+        {{{S_OK, 1}, {S_OK, kLeaveAlone}}, 1, 1, S_OK, "a", 1},   // a query with parameter 1 stops at a plain 1
+        {{{S_OK, 1}, {S_OK, kLeaveAlone}}, 2, 1, S_OK, "ab", 1},  // a shutdown reaches everyone
+        {{{S_OK, 1}, {S_OK, kLeaveAlone}}, 1, 2, S_OK, "ab", 1},  // so does a query with another parameter
+        {{{S_OK, Veto}, {S_OK, kLeaveAlone}}, 1, 1, S_OK, "ab", Veto},  // the published veto does not end the walk
+    };
+    for (const auto& row : rows) {
+        std::string calls;
+        std::vector<vfc::TComPtr<IVnLinkhostEventSink>> sinks;
+        for (const auto& sink : row.sinks) {
+            RecordingSink* raw = nullptr;
+            ASSERT_EQ(S_OK, RecordingSink::Create(&raw, &calls, static_cast<char>('a' + sinks.size()), sink.first,
+                                                  sink.second));
+            sinks.emplace_back(raw);
+            raw->Release();
+        }
+        VARIANT parameter;
+        VariantInit(&parameter);
+        parameter.vt = VT_I4;
+        parameter.lVal = row.parameter;
+        auto result = static_cast<VnLinkhostEventResult>(0);
+        EXPECT_EQ(row.status, FanOutEvent(sinks, row.type, parameter, &result)) << row.calls;
+        EXPECT_EQ(row.calls, calls);
+        EXPECT_EQ(row.result, result) << row.calls;
+    }
+}

@@ -1,12 +1,29 @@
+// The registry script language: replacements, and keys with their values and
+// removal flags as the script of the server writes them.
 #include <gtest/gtest.h>
 
 #include "host/registry_script.h"
 
 namespace {
 
-using vn_rgs::Key;
+// A key as one line: removal flag, name, "=default", its values and children in braces.
+std::string Render(const vn_rgs::Key& key)
+{
+    const char* const removals[] = {"", "NoRemove ", "ForceRemove ", "Delete "};
+    std::string text = removals[key.removal] + key.name;
+    if (key.hasDefault)
+        text += "=" + std::string(1, key.defaultValue.type) + ":" + key.defaultValue.data;
+    text += "{";
+    for (const vn_rgs::Value& value : key.values)
+        text += "val " + value.name + "=" + std::string(1, value.type) + ":" + value.data + ";";
+    for (const vn_rgs::Key& child : key.children)
+        text += Render(child) + ";";
+    return text + "}";
+}
 
-TEST(RegistryScriptSubstitute, ReplacesNamesAndDoublePercent)
+}  // namespace
+
+TEST(RegistryScript, SubstituteReplacesNamesAndDoublePercent)
 {
     std::string out, error;
     ASSERT_TRUE(vn_rgs::Substitute("a %X% b %% c %Y%", {{"X", "1"}, {"Y", "two"}}, out, error));
@@ -15,9 +32,11 @@ TEST(RegistryScriptSubstitute, ReplacesNamesAndDoublePercent)
     EXPECT_FALSE(vn_rgs::Substitute("50% off", {}, out, error));
 }
 
-TEST(RegistryScriptParse, KeysValuesAndRemovalFlags)
+TEST(RegistryScript, ParseGivesKeysValuesAndRemovalFlags)
 {
-    const char* text = R"(HKCR
+    vn_rgs::Script script;
+    std::string error;
+    ASSERT_TRUE(vn_rgs::Parse(R"(HKCR
 {
     NoRemove AppID
     {
@@ -35,53 +54,14 @@ TEST(RegistryScriptParse, KeysValuesAndRemovalFlags)
             val Count = d '17'
         }
     }
-})";
-    vn_rgs::Script script;
-    std::string error;
-    ASSERT_TRUE(vn_rgs::Parse(text, script, error)) << error;
+})", script, error)) << error;
     ASSERT_EQ(1u, script.roots.size());
-    const Key& root = script.roots[0];
-    EXPECT_EQ("HKCR", root.name);
-    ASSERT_EQ(3u, root.children.size());
-
-    const Key& appid = root.children[0];
-    EXPECT_EQ(Key::NoRemove, appid.removal);
-    ASSERT_EQ(2u, appid.children.size());
-    EXPECT_EQ("{1-2}", appid.children[0].name);
-    EXPECT_TRUE(appid.children[0].hasDefault);
-    EXPECT_EQ("It's", appid.children[0].defaultValue.data);
-    EXPECT_EQ("Some.exe", appid.children[1].name);
-    ASSERT_EQ(1u, appid.children[1].values.size());
-    EXPECT_EQ("AppID", appid.children[1].values[0].name);
-
-    const Key& progid = root.children[1];
-    EXPECT_EQ("P.Q.1", progid.name);
-    EXPECT_EQ(Key::Normal, progid.removal);
-    EXPECT_EQ("Desc", progid.defaultValue.data);
-    ASSERT_EQ(1u, progid.children.size());
-    EXPECT_EQ("{C}", progid.children[0].defaultValue.data);
-
-    const Key& clsid = root.children[2].children[0];
-    EXPECT_EQ(Key::ForceRemove, clsid.removal);
-    ASSERT_EQ(2u, clsid.children.size());
-    EXPECT_EQ("Programmable", clsid.children[0].name);
-    EXPECT_FALSE(clsid.children[0].hasDefault);
-    EXPECT_EQ(Key::ForceRemove, clsid.children[0].removal);
-    EXPECT_EQ("C:\\x\\Some.exe", clsid.children[1].defaultValue.data);
-    EXPECT_EQ("Free", clsid.children[1].values[0].data);
-    ASSERT_EQ(2u, clsid.values.size());
-    EXPECT_EQ('d', clsid.values[1].type);
-    EXPECT_EQ("17", clsid.values[1].data);
-}
-
-TEST(RegistryScriptParse, SyntaxErrorsAreReported)
-{
-    vn_rgs::Script script;
-    std::string error;
+    EXPECT_EQ("HKCR{NoRemove AppID{{1-2}=s:It's{};Some.exe{val AppID=s:{1-2};};};P.Q.1=s:Desc{CLSID=s:{C}{};};"
+              "NoRemove CLSID{ForceRemove {C}=s:Desc{val AppID=s:{1-2};val Count=d:17;ForceRemove Programmable{};"
+              "LocalServer32=s:C:\\x\\Some.exe{val ThreadingModel=s:Free;};};};}",
+              Render(script.roots[0]));
     for (const char* bad : {"HKCR { A = s 'x' ", "HKCR { A = q 'x' }", "HKCR { val = }", "HKCR { 'open }", "HKCR A"}) {
         EXPECT_FALSE(vn_rgs::Parse(bad, script, error)) << bad;
         EXPECT_FALSE(error.empty()) << bad;
     }
 }
-
-}  // namespace

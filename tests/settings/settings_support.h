@@ -1,205 +1,167 @@
-// Helpers of the settings tests: the prefix's own system settings, saved
-// before a test changes them and put back afterwards, and the controls of
-// the stand-in RASAPI32.DLL, Rasdlg.dll and Sensapi.dll.
+// What the settings tests share: registry keys saved and put back, the
+// controls and journals of the stand-in RASAPI32.DLL, Rasdlg.dll and
+// Sensapi.dll, a fixture for everything that dials, and a record's fields as
+// one tuple that EXPECT_EQ prints in full.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <wininet.h>
 
+#include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "common/test_util.h"
+#include "settings/config_data.h"
 #include "settings/connection_manager.h"
 #include "settings/connection_state.h"
 #include "tests/doubles/rasapi32/standin_registry.h"
 
 namespace vn_settings_test {
 
+namespace si = vn_standin;
 constexpr const char* kInternetSettings = "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
 
-// One registry value of the prefix, put back as it was (or removed again) at
-// the end of the scope.
-class TRegValueGuard {
+// Writes one value of HKCU; null data removes it.
+inline void SetReg(const char* key, const char* name, DWORD type, const void* data, size_t size)
+{
+    if (!data)
+        ::RegDeleteKeyValueA(HKEY_CURRENT_USER, key, name);
+    EXPECT_EQ(0, data ? ::RegSetKeyValueA(HKEY_CURRENT_USER, key, name, type, data, DWORD(size)) : 0) << name;
+}
+inline void SetText(const char* key, const char* name, const char* text)
+{
+    SetReg(key, name, REG_SZ, text, text ? std::strlen(text) + 1 : 0);
+}
+inline void WriteLanProxy(DWORD enabled, const char* server, const char* bypass)
+{
+    SetReg(kInternetSettings, "ProxyEnable", REG_DWORD, &enabled, 4);
+    SetText(kInternetSettings, "ProxyServer", server);
+    SetText(kInternetSettings, "ProxyOverride", bypass);
+}
+inline void WriteAutodial(int enable, int noNet)  // a negative value is removed
+{
+    SetReg(kInternetSettings, "EnableAutodial", REG_DWORD, enable < 0 ? nullptr : &enable, 4);
+    SetReg(kInternetSettings, "NoNetAutodial", REG_DWORD, noNet < 0 ? nullptr : &noNet, 4);
+}
+
+// A key of HKCU copied aside and put back as it was at the end of a scope;
+// with `remove` it is gone meanwhile.
+class TKeySaved {
 public:
-    TRegValueGuard(HKEY root, std::string key, std::string value)
-        : m_root(root), m_key(std::move(key)), m_value(std::move(value))
+    explicit TKeySaved(const std::string& key, bool remove = false) : m_key(key), m_copy("Software\\VnLinkhostTest\\Saved\\" + key)
     {
-        DWORD size = 0;
-        m_present = ::RegGetValueA(m_root, m_key.c_str(), m_value.c_str(), RRF_RT_ANY | RRF_NOEXPAND, &m_type, nullptr,
-                                   &size) == ERROR_SUCCESS;
-        if (m_present) {
-            m_data.resize(size);
-            ::RegGetValueA(m_root, m_key.c_str(), m_value.c_str(), RRF_RT_ANY | RRF_NOEXPAND, &m_type,
-                           m_data.empty() ? nullptr : m_data.data(), &size);
-            m_data.resize(size);
-        }
+        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_copy.c_str());
+        HKEY source = nullptr, copy = nullptr;
+        m_existed = !::RegOpenKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, KEY_READ, &source) &&
+                    !::RegCreateKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy) && !::RegCopyTreeA(source, nullptr, copy);
+        ::RegCloseKey(source);
+        ::RegCloseKey(copy);
+        removed = remove && m_existed && !::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());
     }
-    ~TRegValueGuard()
+    ~TKeySaved()
     {
-        if (m_present)
-            ::RegSetKeyValueA(m_root, m_key.c_str(), m_value.c_str(), m_type, m_data.empty() ? nullptr : m_data.data(),
-                              static_cast<DWORD>(m_data.size()));
-        else
-            ::RegDeleteKeyValueA(m_root, m_key.c_str(), m_value.c_str());
+        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_key.c_str());
+        HKEY key = nullptr, copy = nullptr;
+        if (m_existed && !::RegCreateKeyA(HKEY_CURRENT_USER, m_key.c_str(), &key) &&
+            !::RegOpenKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy))
+            ::RegCopyTreeA(copy, nullptr, key);
+        ::RegCloseKey(key);
+        ::RegCloseKey(copy);
+        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_copy.c_str());
     }
-    TRegValueGuard(const TRegValueGuard&) = delete;
-    TRegValueGuard& operator=(const TRegValueGuard&) = delete;
+    bool removed = false;
 
 private:
-    HKEY m_root;
-    std::string m_key, m_value;
-    bool m_present = false;
-    DWORD m_type = 0;
-    std::vector<BYTE> m_data;
+    std::string m_key, m_copy;
+    bool m_existed = false;
 };
 
-inline void SetDword(HKEY root, const char* key, const char* name, DWORD value)
+// The stand-ins' controls. With none set the machine has RAS with an empty
+// phone book, and a live LAN.
+inline void ResetStandIns()
 {
-    ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueA(root, key, name, REG_DWORD, &value, sizeof value)) << name;
+    for (const char* key : {si::kRasKey, si::kRasdlgKey, si::kSensapiKey})
+        ::RegDeleteTreeA(HKEY_CURRENT_USER, key);
 }
-
-inline void SetText(HKEY root, const char* key, const char* name, const std::string& text)
+inline void Entries(const std::vector<std::string>& names) { si::WriteList(si::kRasKey, "Entries", names); }
+inline void Connected(const std::vector<std::string>& names) { si::WriteList(si::kRasKey, "Connected", names); }
+inline std::vector<std::string> Connected() { return si::ReadList(si::kRasKey, "Connected"); }
+inline void Network(int alive, DWORD flags)  // alive -1: there is no Sensapi.dll
 {
-    ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueA(root, key, name, REG_SZ, text.c_str(), static_cast<DWORD>(text.size() + 1)))
-        << name;
+    si::WriteDword(si::kSensapiKey, alive < 0 ? si::kUnloadable : "Alive", alive < 0 ? 1 : alive);
+    si::WriteDword(si::kSensapiKey, "Flags", flags);
 }
-
-inline void SetBinary(HKEY root, const char* key, const char* name, const std::vector<BYTE>& bytes)
+inline std::string Journal(const char* key) { return si::ReadText(key, si::kCalls); }
+inline void ClearJournals()
 {
-    ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueA(root, key, name, REG_BINARY, bytes.data(), static_cast<DWORD>(bytes.size())))
-        << name;
+    for (const char* key : {si::kRasKey, si::kRasdlgKey, si::kSensapiKey})
+        ::RegDeleteKeyValueA(HKEY_CURRENT_USER, key, si::kCalls);
 }
-
-inline void DeleteValue(HKEY root, const char* key, const char* name) { ::RegDeleteKeyValueA(root, key, name); }
-
-// The values behind the LAN settings' per-connection options, the autodial
-// values and the two places of the default dial-up entry, all saved.
-class TSystemSettingsGuard {
-public:
-    TSystemSettingsGuard()
-        : m_enable(HKEY_CURRENT_USER, kInternetSettings, "ProxyEnable"),
-          m_server(HKEY_CURRENT_USER, kInternetSettings, "ProxyServer"),
-          m_override(HKEY_CURRENT_USER, kInternetSettings, "ProxyOverride"),
-          m_autodial(HKEY_CURRENT_USER, kInternetSettings, "EnableAutodial"),
-          m_noNetAutodial(HKEY_CURRENT_USER, kInternetSettings, "NoNetAutodial"),
-          m_profile(HKEY_CURRENT_USER, "RemoteAccess", "InternetProfile"),
-          m_defaultInternet(HKEY_CURRENT_USER, "Software\\Microsoft\\RAS AutoDial\\Default", "DefaultInternet")
-    {
-    }
-
-private:
-    TRegValueGuard m_enable, m_server, m_override, m_autodial, m_noNetAutodial, m_profile, m_defaultInternet;
-};
-
-// The LAN proxy of the prefix through the registry values that the internet
-// client keeps its per-connection options in. A null text removes the value.
-inline void WriteLanProxy(bool enabled, const char* server, const char* bypass)
-{
-    SetDword(HKEY_CURRENT_USER, kInternetSettings, "ProxyEnable", enabled ? 1 : 0);
-    if (server)
-        SetText(HKEY_CURRENT_USER, kInternetSettings, "ProxyServer", server);
-    else
-        DeleteValue(HKEY_CURRENT_USER, kInternetSettings, "ProxyServer");
-    if (bypass)
-        SetText(HKEY_CURRENT_USER, kInternetSettings, "ProxyOverride", bypass);
-    else
-        DeleteValue(HKEY_CURRENT_USER, kInternetSettings, "ProxyOverride");
-}
-
-// The two autodial values as double words; a negative number removes one.
-inline void WriteAutodial(int enableAutodial, int noNetAutodial)
-{
-    if (enableAutodial < 0)
-        DeleteValue(HKEY_CURRENT_USER, kInternetSettings, "EnableAutodial");
-    else
-        SetDword(HKEY_CURRENT_USER, kInternetSettings, "EnableAutodial", static_cast<DWORD>(enableAutodial));
-    if (noNetAutodial < 0)
-        DeleteValue(HKEY_CURRENT_USER, kInternetSettings, "NoNetAutodial");
-    else
-        SetDword(HKEY_CURRENT_USER, kInternetSettings, "NoNetAutodial", static_cast<DWORD>(noNetAutodial));
-}
-
-// Controls of the stand-ins; every test starts from none of them set, which
-// is a machine with RAS and an empty phone book, and a live LAN.
-struct TStandIns {
-    static void Reset()
-    {
-        for (const char* key : {vn_standin::kRasKey, vn_standin::kRasdlgKey, vn_standin::kSensapiKey})
-            ::RegDeleteTreeA(HKEY_CURRENT_USER, key);
-    }
-    static void Entries(const std::vector<std::string>& names) { vn_standin::WriteList(vn_standin::kRasKey, "Entries", names); }
-    static void Connected(const std::vector<std::string>& names)
-    {
-        vn_standin::WriteList(vn_standin::kRasKey, "Connected", names);
-    }
-    static std::vector<std::string> Connected() { return vn_standin::ReadList(vn_standin::kRasKey, "Connected"); }
-    static void Ras(const char* name, DWORD value) { vn_standin::WriteDword(vn_standin::kRasKey, name, value); }
-    static void Rasdlg(const char* name, DWORD value) { vn_standin::WriteDword(vn_standin::kRasdlgKey, name, value); }
-    static void RasdlgDials(const std::string& entry) { vn_standin::WriteText(vn_standin::kRasdlgKey, "Dials", entry); }
-    static void Network(BOOL alive, DWORD flags)
-    {
-        vn_standin::WriteDword(vn_standin::kSensapiKey, "Alive", alive);
-        vn_standin::WriteDword(vn_standin::kSensapiKey, "Flags", flags);
-    }
-    static void SensapiUnloadable() { vn_standin::WriteDword(vn_standin::kSensapiKey, vn_standin::kUnloadable, 1); }
-    static std::string RasCalls() { return vn_standin::ReadText(vn_standin::kRasKey, vn_standin::kCalls); }
-    static std::string RasdlgCalls() { return vn_standin::ReadText(vn_standin::kRasdlgKey, vn_standin::kCalls); }
-    static std::string SensapiCalls() { return vn_standin::ReadText(vn_standin::kSensapiKey, vn_standin::kCalls); }
-    static void ClearCalls()
-    {
-        for (const char* key : {vn_standin::kRasKey, vn_standin::kRasdlgKey, vn_standin::kSensapiKey})
-            ::RegDeleteKeyValueA(HKEY_CURRENT_USER, key, vn_standin::kCalls);
-    }
-};
-
-inline int Occurrences(const std::string& text, const std::string& part)
+inline int Count(const std::string& text, const std::string& part)
 {
     int count = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
         ++count;
     return count;
 }
+inline int Calls(const char* key, const std::string& call) { return Count(Journal(key), call); }
 
-// What the log gained since `offset`, with the line ends of the file's text
-// mode turned back into the bare line feeds the messages were written with.
-inline std::string LogTextSince(size_t offset)
-{
-    std::string text = vn_test::LogSince(offset), bare;
-    for (char c : text)
-        if (c != '\r')
-            bare += c;
-    return bare;
-}
-
-// A fixture for everything that dials: the stand-ins start clean, and at the
-// end every link this process still owns is hung up through the product's own
-// call, and the process-wide connection state is dropped, so that no test
-// leaves a dial behind for the next.
+// For everything that dials: the stand-ins start clean, and at the end every
+// link this process still owns is hung up through the product's own call and
+// the process-wide connection state is dropped, so that no test leaves a
+// dial behind for the next.
 class TDialFixture : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        TStandIns::Reset();
+        ResetStandIns();
         CVnConnectionState::DestroyInstance();
         ASSERT_FALSE(CVnLinkhostConnectionManager::ConnectionOwned()) << "an earlier test left a dial behind";
     }
     void TearDown() override
     {
-        // A state that claims a dial would hang up on destruction; the link
-        // is ended below in any case.
-        CVnConnectionState::getInstance()->m_bDialed = false;
+        State().m_bDialed = false;
         CVnConnectionState::DestroyInstance();
-        vn_standin::WriteDword(vn_standin::kRasKey, "DeadHandles", 0);
-        vn_standin::WriteDword(vn_standin::kRasKey, vn_standin::kUnloadable, 0);
-        for (const std::string& entry : TStandIns::Connected())
+        ResetStandIns();
+        Entries({"Office", "Home"});
+        Connected({"Office", "Home"});
+        for (const char* entry : {"Office", "Home"})
             if (CVnLinkhostConnectionManager::ConnectionOwned())
                 CVnLinkhostConnectionManager().DisconnectEntry(entry);
         EXPECT_FALSE(CVnLinkhostConnectionManager::ConnectionOwned()) << "a dial of this test is still owned";
-        TStandIns::Reset();
+        ResetStandIns();
     }
+    static CVnConnectionState& State() { return *CVnConnectionState::getInstance(); }
 };
+
+inline auto Fields(const CConfigData& d)
+{
+    return std::make_tuple(d.m_UseSystemProxy, d.m_ProxyMode, d.m_ProxyAddress, d.m_ProxyPort, d.m_ProxyExclude,
+                           d.m_ProxyNoLocal, d.m_ProxyScript, d.m_UseSystemConnection, d.m_DialMode,
+                           d.m_DefaultConnection, d.m_SessionFlags, d.m_SkipHeadAuth);
+}
+inline CConfigData Defaults()
+{
+    CConfigData data;
+    data.SetDefaults();
+    return data;
+}
+
+// Runs one test of this program in a child that the prefix gives the named
+// Windows version (Software\Wine\AppDefaults), and gives what it printed.
+inline std::string RunUnderVersion(const std::string& wineVersion, const std::string& test)
+{
+    char path[MAX_PATH] = {};
+    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
+    const std::string program = path, key = "Software\\Wine\\AppDefaults\\" + program.substr(program.rfind('\\') + 1);
+    SetText(key.c_str(), "Version", wineVersion.c_str());
+    std::string output;
+    vn_test::RunCapture("\"" + program + "\" --gtest_filter=" + test, output, 60000);
+    ::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());
+    return output;
+}
 
 }  // namespace vn_settings_test

@@ -1,0 +1,453 @@
+// The configuration record, its file "VnLinkhost.xml" and its keys: the
+// exact bytes, how a text or a file is laid over a record, the fall-back to
+// the roaming folder, bad and hostile files under the manager and under a
+// root object that starts over them, and the key table with "_xmlconfig" and
+// the "ie/" families. The files are real files of the test prefix; their
+// place is worked out here on its own, not asked of the product.
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <shlobj.h>
+
+#include <fstream>
+#include <functional>
+
+#include "host/root_object.h"
+#include "host/status.h"
+#include "settings/config_keys.h"
+#include "settings/xml_config_manager.h"
+#include "tests/settings/settings_support.h"
+#include "vfc/bstr.h"
+#include "vfc/com_ptr.h"
+#include "vfc/text.h"
+
+using namespace vn_settings_test;
+
+namespace {
+
+// Defaults with the skip flag set, as the tree writer gives them.
+const std::string kKnown =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VnLinkhostConfig>\n\t<DialUp useSystemConnection = \"true\">\n"
+    "\t\t<Mode>1</Mode>\n\t\t<DialConnectionName></DialConnectionName>\n\t</DialUp>\n"
+    "\t<Proxy useSystemProxy = \"true\">\n\t\t<Mode>0</Mode>\n\t\t<Address>proxy</Address>\n\t\t<Port>8080</Port>\n"
+    "\t\t<NoLocal>true</NoLocal>\n\t\t<Exclude>localhost</Exclude>\n\t\t<Script></Script>\n\t</Proxy>\n"
+    "\t<skip-head-authentication>true</skip-head-authentication>\n</VnLinkhostConfig>\n";
+const std::string kManager = "CVnLinkhostXMLConfigManager::";
+const std::string kCannotOpenFile = "Warning in method [" + kManager + "LoadConfiguration]. Message: Cannot open file.";
+const std::string kCannotLoadFile = "Error in method [" + kManager + "LoadConfiguration]. Message: XML exception catched. Cannot load file.";
+const std::string kCannotLoadString = "Warning in method [" + kManager + "LoadConfiguration]. Message: Cannot load string.";
+const std::string kCannotSaveFile = "Warning in method [" + kManager + "SaveConfiguration]. Message: Cannot save file.";
+const std::string kTextException = "Error in method [" + kManager + "XMLToConfigData]. Message: Exception catched.";
+
+CConfigData Known()
+{
+    CConfigData d = Defaults();
+    d.m_SkipHeadAuth = true;
+    return d;
+}
+CConfigData Unusual()  // every stored field differs from its default
+{
+    CConfigData d;
+    d.m_ProxyMode = ProxyScript, d.m_ProxyAddress = "cache.intern", d.m_ProxyPort = 3128, d.m_ProxyExclude = "*.intern;10.*";
+    d.m_ProxyScript = "http://wpad.intern/proxy.pac", d.m_DialMode = DialAlways, d.m_SkipHeadAuth = true;
+    d.m_DefaultConnection = "B\xFCro-ISDN";  // ANSI, not UTF-8
+    return d;
+}
+std::string ToXml(const CConfigData& data)
+{
+    vfc::TBstr xml;
+    return CVnLinkhostXMLConfigManager().ConfigDataToXML(&data, xml.put()) == S_OK ? vfc::Narrow(xml.str()) : "<failed>";
+}
+HRESULT FromXml(const std::string& text, CConfigData& data)
+{
+    CConfigData* record = &data;
+    return CVnLinkhostXMLConfigManager().XMLToConfigData(vfc::TBstr(vfc::Widen(text)).get(), &record);
+}
+HRESULT Save(const CConfigData& data) { return CVnLinkhostXMLConfigManager().SaveConfiguration(&data); }
+HRESULT Load(CConfigData& data)
+{
+    CConfigData* record = &data;
+    return CVnLinkhostXMLConfigManager().LoadConfiguration(&record);
+}
+std::string CrLf(std::string text)
+{
+    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 2))
+        text.insert(at, 1, '\r');
+    return text;
+}
+std::string Replace(std::string text, const std::string& from, const std::string& to)
+{
+    EXPECT_NE(std::string::npos, text.find(from)) << from;
+    return text.find(from) == std::string::npos ? text : text.replace(text.find(from), from.size(), to);
+}
+
+std::string ConfigPath(int csidl)
+{
+    char base[MAX_PATH] = {};
+    ::SHGetFolderPathA(nullptr, csidl | CSIDL_FLAG_CREATE, nullptr, 0, base);
+    return std::string(base) + "\\Velorin\\VnLinkhost\\Konfiguration\\VnLinkhost.xml";
+}
+const std::string kPrimary = ConfigPath(CSIDL_LOCAL_APPDATA), kSecondary = ConfigPath(CSIDL_APPDATA);
+bool FileExists(const std::string& path) { return !(::GetFileAttributesA(path.c_str()) & FILE_ATTRIBUTE_DIRECTORY); }
+std::string Bytes(const std::string& path) { return FileExists(path) ? vn_test::ReadWholeFile(path) : "<missing>"; }
+void WriteBytes(const std::string& path, const std::string& bytes)
+{
+    ::SHCreateDirectoryExA(nullptr, path.substr(0, path.rfind('\\')).c_str(), nullptr);
+    ::SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+void RemovePath(const std::string& path)  // a file, or the folder a test put in its place
+{
+    ::SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+    ::DeleteFileA(path.c_str());
+    ::RemoveDirectoryA(path.c_str());
+}
+
+// Each test starts with neither file and puts back what was there.
+class ConfigFile : public testing::Test {
+protected:
+    ConfigFile() { RemovePath(kPrimary), RemovePath(kSecondary); }
+    ~ConfigFile() override
+    {
+        for (auto& saved : {std::make_pair(kPrimary, m_saved[0]), std::make_pair(kSecondary, m_saved[1])}) {
+            RemovePath(saved.first);
+            if (saved.second != "<missing>")
+                WriteBytes(saved.first, saved.second);
+        }
+    }
+    int LogLines(const std::string& text) const { return vn_test::CountLogLinesSince(m_log, text); }
+    const std::string m_saved[2] = {Bytes(kPrimary), Bytes(kSecondary)};
+    const size_t m_log = vn_test::LogSize();
+};
+
+TEST_F(ConfigFile, RecordIsWrittenAsTheKnownBytesOverAnyOldFileAndReadBack)
+{
+    EXPECT_EQ(kKnown, ToXml(Known()));
+    EXPECT_EQ(Replace(kKnown, "\t<skip-head-authentication>true</skip-head-authentication>\n", ""), ToXml(Defaults()));
+    EXPECT_FALSE(FileExists(kPrimary)) << "a conversion writes no file";
+    CConfigData longer = Unusual();
+    longer.m_ProxyScript = std::string(5000, 's');
+    ASSERT_EQ(S_OK, Save(longer));
+    ASSERT_TRUE(::SetFileAttributesA(kPrimary.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+    ASSERT_EQ(S_OK, Save(Known()));
+    EXPECT_EQ(CrLf(kKnown), Bytes(kPrimary));
+    EXPECT_EQ(0u, ::GetFileAttributesA(kPrimary.c_str()) & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_FALSE(FileExists(kSecondary)) << "a save writes the local folder only";
+    CConfigData zeroed;
+    ASSERT_EQ(S_OK, Load(zeroed));
+    EXPECT_EQ(Fields(Known()), Fields(zeroed));
+
+    // Every stored field survives, modes as numbers, texts in their ANSI
+    // bytes; the session flags are never stored. Values are written as they stand.
+    CConfigData unusual = Unusual();
+    unusual.m_SessionFlags = 7;
+    ASSERT_EQ(S_OK, Save(unusual));
+    EXPECT_EQ(CrLf(ToXml(Unusual())), Bytes(kPrimary));
+    EXPECT_NE(std::string::npos, Bytes(kPrimary).find("<Mode>2</Mode>\r\n\t\t<DialConnectionName>B\xFCro-ISDN<"));
+    ASSERT_EQ(S_OK, Load(zeroed));
+    EXPECT_EQ(Fields(Unusual()), Fields(zeroed));
+    unusual.m_ProxyAddress = "a<b&c";
+    ASSERT_EQ(S_OK, Save(unusual));
+    EXPECT_NE(std::string::npos, Bytes(kPrimary).find("\t\t<Address>a<b&c</Address>\r\n"));
+    std::string xsd;
+    EXPECT_EQ(S_OK, CVnLinkhostXMLConfigManager().GetXsdFileName(xsd));
+    EXPECT_EQ(0, lstrcmpiA(Replace(kPrimary, ".xml", ".xsd").c_str(), xsd.c_str())) << xsd;
+}
+
+TEST_F(ConfigFile, TextIsLaidOverTheRecordElementByElement)
+{
+    using Change = std::function<void(CConfigData&)>;
+    const Change none = [](CConfigData&) {};
+    const struct {
+        std::string xml;
+        HRESULT status;
+        Change change;  // to the known record
+        std::string logLine;
+    } cases[] = {
+        // Absent elements, the Proxy section among them, leave their fields.
+        {"<VnLinkhostConfig><DialUp useSystemConnection = \"true\"><Mode>2</Mode></DialUp></VnLinkhostConfig>", S_OK,
+         [](CConfigData& d) { d.m_DialMode = DialAlways; }, ""},
+        // Only the exact word keeps a system setting or the skip flag on.
+        {"<c><Proxy><Port>1</Port></Proxy><DialUp useSystemConnection = \"TRUE\"/><skip-head-authentication>yes"
+         "</skip-head-authentication></c>",
+         S_OK, [](CConfigData& d) { d.m_UseSystemProxy = d.m_UseSystemConnection = d.m_SkipHeadAuth = false, d.m_ProxyPort = 1; }, ""},
+        // Numbers are the leading digits, without any range check.
+        {"<c><Proxy useSystemProxy = \"true\"><Port>abc</Port><Mode>99999</Mode></Proxy></c>", S_OK,
+         [](CConfigData& d) { d.m_ProxyPort = 0, d.m_ProxyMode = 99999; }, ""},
+        {"<c><Proxy useSystemProxy = \"true\"><Port> 42x</Port><Mode>-3</Mode></Proxy></c>", S_OK,
+         [](CConfigData& d) { d.m_ProxyPort = 42, d.m_ProxyMode = -3; }, ""},
+        // Each mode from its own section; any root name; unknown elements
+        // ignored; a section at any depth, the first in document order.
+        {"<Settings v = \"2\"><Unknown><Mode>9</Mode></Unknown><Wrapper><Proxy useSystemProxy = \"true\"><Mode>2</Mode>"
+         "<Colour>red</Colour><Extra><Address>deeper</Address></Extra></Proxy></Wrapper><DialUp useSystemConnection = "
+         "\"true\"><Mode>0</Mode></DialUp><Proxy useSystemProxy = \"true\"><Mode>3</Mode></Proxy></Settings>",
+         S_OK, [](CConfigData& d) { d.m_ProxyMode = ProxyManual, d.m_DialMode = DialNever, d.m_ProxyAddress = "deeper"; }, ""},
+        // No root element: status 1; a text that can't be parsed: VN_E_CONFIG_XML.
+        {"", S_FALSE, none, kCannotLoadString},
+        {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!-- nothing -->", S_FALSE, none, kCannotLoadString},
+        {"not xml at all", S_FALSE, none, kCannotLoadString},
+        {"<c><Proxy><Port>1</Port><Address>a&b</Address></Proxy></c>", VN_E_CONFIG_XML, none, kTextException},
+        {"<c><Proxy><Port>1</Proxy></c>", VN_E_CONFIG_XML, none, kTextException},
+    };
+    for (auto& c : cases) {
+        const size_t log = vn_test::LogSize();
+        CConfigData data = Known(), expected = Known();
+        EXPECT_EQ(c.status, FromXml(c.xml, data)) << c.xml;
+        c.change(expected);
+        EXPECT_EQ(Fields(expected), Fields(data)) << c.xml;
+        EXPECT_EQ(c.logLine.empty() ? 0 : 1, vn_test::CountLogLinesSince(log, c.logLine.empty() ? kManager : c.logLine)) << c.xml;
+    }
+}
+
+TEST_F(ConfigFile, ManagerReadsTheTreeOfItsLastConversionAndRefusesMissingPointers)
+{
+    CVnLinkhostXMLConfigManager manager;
+    vfc::TBstr first, second, other(L"<c><Proxy><Address>from.text</Address></Proxy></c>");
+    CConfigData unusual = Unusual(), known = Known(), data = Defaults(), *record = &data, *none = nullptr;
+    ASSERT_EQ(S_OK, manager.ConfigDataToXML(&unusual, first.put()));
+    ASSERT_EQ(S_OK, manager.ConfigDataToXML(&known, second.put()));
+    EXPECT_EQ(kKnown, vfc::Narrow(second.str()));
+    ASSERT_EQ(S_OK, manager.XMLToConfigData(other.get(), &record));
+    EXPECT_EQ(Fields(known), Fields(data));
+
+    EXPECT_EQ(E_POINTER, manager.ConfigDataToXML(nullptr, first.put()));
+    EXPECT_EQ(E_POINTER, manager.ConfigDataToXML(&data, nullptr));
+    EXPECT_EQ(E_POINTER, manager.XMLToConfigData(other.get(), nullptr));
+    EXPECT_EQ(E_POINTER, manager.XMLToConfigData(other.get(), &none));
+    EXPECT_EQ(E_POINTER, manager.LoadConfiguration(&none));
+    EXPECT_EQ(E_POINTER, manager.SaveConfiguration(nullptr));
+    EXPECT_FALSE(FileExists(kPrimary));
+}
+
+TEST_F(ConfigFile, RoamingFileIsReadAndCopiedIntoTheLocalFolderAndNeverTouched)
+{
+    const std::string roaming = "<VnLinkhostConfig><Proxy useSystemProxy = \"false\"><Mode>2</Mode>"
+                                "<Address>roaming.example</Address><Port>3130</Port></Proxy></VnLinkhostConfig>";
+    WriteBytes(kSecondary, roaming);
+    CConfigData data = Defaults(), expected = Defaults();
+    expected.m_UseSystemProxy = false, expected.m_ProxyMode = ProxyManual, expected.m_ProxyAddress = "roaming.example";
+    expected.m_ProxyPort = 3130;
+    ASSERT_EQ(S_OK, Load(data));
+    EXPECT_EQ(Fields(expected), Fields(data));
+    EXPECT_EQ(CrLf(ToXml(expected)), Bytes(kPrimary));
+    // From now on the local copy is read, whatever the roaming file says.
+    WriteBytes(kSecondary, Replace(roaming, "roaming.example", "changed.roaming"));
+    WriteBytes(kPrimary, Replace(Bytes(kPrimary), "roaming.example", "local.example"));
+    ASSERT_EQ(S_OK, Load(data));
+    EXPECT_EQ("local.example", data.m_ProxyAddress);
+    EXPECT_EQ(Replace(roaming, "roaming.example", "changed.roaming"), Bytes(kSecondary));
+    EXPECT_EQ(0, LogLines("Warning in method"));
+}
+
+TEST_F(ConfigFile, MissingOrUnwritableFilesGiveStatusOneWithAWarning)
+{
+    CConfigData data = Unusual();
+    EXPECT_EQ(S_FALSE, Load(data));
+    EXPECT_EQ(Fields(Unusual()), Fields(data));
+    EXPECT_EQ(1, LogLines("Warning in method"));
+    EXPECT_EQ(1, LogLines(kCannotOpenFile));
+    EXPECT_FALSE(FileExists(kPrimary) || FileExists(kSecondary)) << "a load creates no file";
+    // A folder in the place of the local file: it can be neither read nor written.
+    ASSERT_TRUE(::CreateDirectoryA(kPrimary.c_str(), nullptr));
+    EXPECT_EQ(S_FALSE, Save(Defaults()));
+    EXPECT_FALSE(FileExists(kSecondary)) << "a failed save does not go elsewhere";
+    // The roaming file is read, and the failed copy into the local folder changes nothing.
+    WriteBytes(kSecondary, CrLf(ToXml(Unusual())));
+    EXPECT_EQ(S_OK, Load(data = Defaults()));
+    EXPECT_EQ(Fields(Unusual()), Fields(data));
+    EXPECT_EQ(2, LogLines(kCannotSaveFile));
+}
+
+vfc::TComPtr<CVnLinkhostObject> MakeRoot()
+{
+    vfc::TComPtr<CVnLinkhostObject> root;
+    CVnLinkhostObject* raw = nullptr;
+    EXPECT_EQ(S_OK, CVnLinkhostObject::Create(&raw));
+    root.attach(raw);
+    return root;
+}
+std::wstring Key(CVnLinkhostObject* root, const wchar_t* name)
+{
+    vfc::TBstr value;
+    EXPECT_EQ(S_OK, root->GetConfigurationValue(vfc::TBstr(name).get(), value.put())) << name;
+    return value.str();
+}
+HRESULT SetKey(CVnLinkhostObject* root, const wchar_t* name, const wchar_t* value)
+{
+    return root->SetConfigurationValue(vfc::TBstr(name).get(), value ? vfc::TBstr(value).get() : nullptr);
+}
+
+TEST_F(ConfigFile, BadAndHostileFilesGiveTheirStatusAndLineUnderTheManagerAndTheRootObject)
+{
+    const std::string unusual = CrLf(ToXml(Unusual())), kNoFile = "\x01";
+    auto repeat = [](const std::string& part, int count) {
+        std::string out;
+        while (count--)
+            out += part;
+        return out;
+    };
+    const struct {
+        std::string bytes;
+        HRESULT status;
+        std::string logLine;
+        std::function<void(CConfigData&)> read;  // what the load changes in a record of defaults
+    } files[] = {
+        {kNoFile, S_FALSE, kCannotOpenFile, [](CConfigData&) {}},
+        {Replace(unusual, "*.intern;10.*", "intranet&co"), VN_E_CONFIG_XML, kCannotLoadFile, [](CConfigData&) {}},
+        {std::string("\x00\x01\xFE\x80<\x02>\xFF", 8), VN_E_CONFIG_XML, kCannotLoadFile, [](CConfigData&) {}},
+        {"", S_FALSE, kCannotLoadString, [](CConfigData&) {}},
+        // Cut between elements the parser sees a clean end: what came before is read.
+        {unusual.substr(0, unusual.find("\t\t<Port>")), S_OK, "", [](CConfigData& d) {
+             d.m_UseSystemConnection = d.m_UseSystemProxy = false, d.m_DialMode = DialAlways, d.m_ProxyMode = ProxyScript;
+             d.m_DefaultConnection = "B\xFCro-ISDN", d.m_ProxyAddress = "cache.intern";
+         }},
+        {"<VnLinkhostConfig>" + repeat("<Pad a = \"1\">xyz</Pad>", 50000) + "<Proxy useSystemProxy = \"true\"><Address>" +
+             std::string(4 << 20, 'h') + "</Address><Port>3132</Port></Proxy></VnLinkhostConfig>",
+         S_OK, "", [](CConfigData& d) { d.m_ProxyAddress = std::string(4 << 20, 'h'), d.m_ProxyPort = 3132; }},
+        {"<c>" + repeat("<n>", 100000) + repeat("</n>", 100000) + "<Proxy useSystemProxy = \"true\"><Port>3133</Port></Proxy></c>",
+         S_OK, "", [](CConfigData& d) { d.m_ProxyPort = 3133; }},
+        {"<c><Proxy useSystemProxy = \"true\"><Port>3134</Port></Proxy>" + repeat("<n>", 100000), S_OK, "",
+         [](CConfigData& d) { d.m_ProxyPort = 3134; }},
+    };
+    for (auto& file : files) {
+        SCOPED_TRACE(file.bytes.substr(0, 60));
+        if (file.bytes != kNoFile)
+            WriteBytes(kPrimary, file.bytes);
+        CConfigData expected = Defaults(), data = Defaults();
+        file.read(expected);
+        size_t log = vn_test::LogSize();
+        EXPECT_EQ(file.status, Load(data));
+        EXPECT_EQ(Fields(expected), Fields(data));
+        const std::string line = file.logLine.empty() ? kManager : file.logLine;
+        EXPECT_EQ(file.logLine.empty() ? 0 : 1, vn_test::CountLogLinesSince(log, line));
+        log = vn_test::LogSize();
+        auto root = MakeRoot();
+        ASSERT_TRUE(root);
+        EXPECT_EQ(vfc::Widen(ToXml(expected)), Key(root.get(), L"_xmlconfig"));
+        EXPECT_EQ(1, vn_test::CountLogLinesSince(log, "starting up"));
+        EXPECT_EQ(file.logLine.empty() ? 0 : 1, vn_test::CountLogLinesSince(log, line));
+        EXPECT_EQ(file.bytes == kNoFile ? "<missing>" : file.bytes, Bytes(kPrimary)) << "a load never writes";
+        RemovePath(kPrimary);
+    }
+}
+
+TEST_F(ConfigFile, RootObjectSavesItsRecordAndLoadsItBack)
+{
+    auto root = MakeRoot();
+    ASSERT_TRUE(root);
+    ASSERT_EQ(S_OK, SetKey(root.get(), L"proxy/address", L"saved.example"));
+    ASSERT_EQ(S_OK, SetKey(root.get(), L"proxy/skipHeadAuth", L"true"));
+    ASSERT_EQ(S_OK, root->SaveConfiguration());
+    EXPECT_EQ(CrLf(Replace(kKnown, ">proxy<", ">saved.example<")), Bytes(kPrimary));
+    // "_xmlconfig" shows a change that the file does not have yet.
+    ASSERT_EQ(S_OK, SetKey(root.get(), L"proxy/port", L"1"));
+    EXPECT_EQ(vfc::Widen(Replace(Replace(kKnown, ">proxy<", ">saved.example<"), ">8080<", ">1<")), Key(root.get(), L"_xmlconfig"));
+    EXPECT_EQ(S_FALSE, SetKey(root.get(), L"_xmlconfig", L""));
+    EXPECT_EQ(S_FALSE, SetKey(root.get(), L"_xmlconfig", nullptr));
+    ASSERT_EQ(S_OK, root->LoadConfiguration());
+    EXPECT_EQ(L"8080", Key(root.get(), L"proxy/port"));
+    // Without a file, or with a bad one, the record keeps what it has.
+    RemovePath(kPrimary);
+    ASSERT_EQ(S_OK, SetKey(root.get(), L"proxy/port", L"2"));
+    EXPECT_EQ(S_FALSE, root->LoadConfiguration());
+    WriteBytes(kPrimary, Replace(CrLf(kKnown), "<Exclude>localhost", "<Exclude>a&b"));
+    EXPECT_EQ(VN_E_CONFIG_XML, root->LoadConfiguration());
+    EXPECT_EQ(L"2", Key(root.get(), L"proxy/port"));
+    RemovePath(kPrimary);
+    ASSERT_TRUE(::CreateDirectoryA(kPrimary.c_str(), nullptr));
+    EXPECT_EQ(S_FALSE, root->SaveConfiguration());
+    EXPECT_EQ(1, LogLines(kCannotSaveFile));
+}
+
+// ---------------------------------------------------------------------------
+// The keys.
+
+std::wstring Get(const CConfigData& data, const std::wstring& key, HRESULT expected = S_OK)
+{
+    std::wstring value = L"<untouched>";
+    EXPECT_EQ(expected, vn_config::GetValue(data, key, value)) << vfc::Narrow(key);
+    return value;
+}
+
+TEST(ConfigKeys, EveryKeyReachesItsOwnFieldAndReadsBackAsText)
+{
+    const wchar_t* const keys[][3] = {  // key, text of the default, a value
+        {L"dialup/mode", L"1", L"2"},          {L"dialup/dialConnectionName", L"", L"B\u00FCro"},
+        {L"dialup/useSystemConnection", L"true", L"true"}, {L"proxy/useSystemProxy", L"true", L"true"},
+        {L"proxy/skipHeadAuth", L"false", L"true"}, {L"proxy/mode", L"0", L"3"},
+        {L"proxy/noLocal", L"true", L"true"},   {L"proxy/address", L"proxy", L"cache.example"},
+        {L"proxy/port", L"8080", L"3128"},      {L"proxy/exclude", L"localhost", L"a;b"},
+        {L"proxy/script", L"", L"http://wpad/x.pac"}};
+    CConfigData data, expected;  // zeroed
+    for (auto& k : keys) {
+        EXPECT_EQ(k[1], Get(Defaults(), k[0]));
+        ASSERT_EQ(S_OK, vn_config::SetValue(data, k[0], k[2]));
+        EXPECT_EQ(k[2], Get(data, k[0]));
+    }
+    expected.m_DialMode = 2, expected.m_DefaultConnection = "B\xFCro", expected.m_ProxyMode = 3;  // narrowed to ANSI
+    expected.m_UseSystemConnection = expected.m_UseSystemProxy = expected.m_SkipHeadAuth = expected.m_ProxyNoLocal = true;
+    expected.m_ProxyAddress = "cache.example", expected.m_ProxyPort = 3128, expected.m_ProxyExclude = "a;b";
+    expected.m_ProxyScript = "http://wpad/x.pac";
+    EXPECT_EQ(Fields(expected), Fields(data));
+}
+
+TEST(ConfigKeys, IntegersTakeTheLeadingNumberAndBooleansOnlyTheExactWordTrue)
+{
+    const wchar_t* const cases[][3] = {  // key, value set, text read back (null: status 1)
+        {L"proxy/port", L"12abc", L"12"},      {L"proxy/port", L"abc", L"0"},  {L"proxy/port", L"  -42", L"-42"},
+        {L"proxy/port", L"999999999", L"999999999"}, {L"proxy/port", L"-99999999", L"-99999999"},
+        // Ten characters with the terminator: a longer number can't be read
+        // through the key, and is kept in the record all the same.
+        {L"proxy/port", L"1000000000", nullptr}, {L"proxy/port", L"-100000000", nullptr},
+        {L"proxy/useSystemProxy", L"TRUE", L"false"}, {L"proxy/useSystemProxy", L"true ", L"false"},
+        {L"proxy/useSystemProxy", L"true", L"true"}};
+    for (auto& c : cases) {
+        CConfigData data = Defaults();
+        data.m_UseSystemProxy = false;
+        ASSERT_EQ(S_OK, vn_config::SetValue(data, c[0], c[1]));
+        EXPECT_EQ(c[2] ? c[2] : L"<untouched>", Get(data, c[0], c[2] ? S_OK : S_FALSE));
+        EXPECT_TRUE(c[2] || Get(data, L"_xmlconfig").find(L"<Port>" + std::wstring(c[1]) + L"</Port>") != std::wstring::npos);
+    }
+}
+
+TEST(ConfigKeys, UnknownKeysFailWithALineAndUnknownWordsOfTheSystemFamiliesAreEmpty)
+{
+    CConfigData data = Defaults();
+    size_t log = vn_test::LogSize();
+    for (const wchar_t* key : {L"Proxy/mode", L"proxy/mode ", L"", L"_XmlConfig", L"ie/other/mode", L"ie/proxy",
+                               L"IE/proxy/mode-auto", L"ie/Proxy/address", L"ie/dialup"})
+        EXPECT_EQ(L"<untouched>", Get(data, key, E_INVALIDARG));
+    EXPECT_EQ(9, vn_test::CountLogLinesSince(log, "Error in method [CVnLinkhostObject::GetConfigurationValue]. "
+                                                  "Message: Unknown configuration parameter"));
+    for (const wchar_t* key : {L"ie/proxy/colour", L"ie/dialup/colour", L"ie/proxy/"})
+        EXPECT_EQ(L"", Get(data, key));
+    // The system families are read-only: setting one is an unknown key.
+    log = vn_test::LogSize();
+    for (const wchar_t* key : {L"Proxy/mode", L"proxy/skip-head-authentication", L"_xmlconfig ", L"ie/proxy/address",
+                               L"ie/dialup/mode", L"ie/proxy/colour"})
+        EXPECT_EQ(E_INVALIDARG, vn_config::SetValue(data, key, L"<c><Proxy><Port>1</Port></Proxy></c>"));
+    EXPECT_EQ(Fields(Defaults()), Fields(data));
+    EXPECT_EQ(6, vn_test::CountLogLinesSince(log, "Error in method [CVnLinkhostObject::SetConfigurationValue]. "
+                                                  "Message: Unknown configuration parameter"));
+}
+
+TEST(ConfigKeys, XmlConfigIsTheFileTextAndIsLaidOverTheRecord)
+{
+    CConfigData data = Known(), copy;
+    EXPECT_EQ(vfc::Widen(kKnown), Get(data, L"_xmlconfig"));
+    data.m_DefaultConnection = "B\xFCro", data.m_ProxyMode = ProxyManual, data.m_UseSystemConnection = false;
+    EXPECT_NE(std::wstring::npos, Get(data, L"_xmlconfig").find(L"<DialConnectionName>B\u00FCro</"));  // widened
+    ASSERT_EQ(S_OK, vn_config::SetValue(copy, L"_xmlconfig", Get(data, L"_xmlconfig")));
+    EXPECT_EQ(Fields(data), Fields(copy));
+    // A text changes only the elements it holds; one without a root element
+    // or one that can't be parsed changes nothing.
+    ASSERT_EQ(S_OK, vn_config::SetValue(copy, L"_xmlconfig", L"<c><Proxy useSystemProxy = \"false\"><Port>3128</Port>"
+                                                             L"<Address>B\u00FCro.example</Address></Proxy></c>"));
+    data.m_UseSystemProxy = false, data.m_ProxyPort = 3128, data.m_ProxyAddress = "B\xFC" "ro.example";
+    EXPECT_EQ(Fields(data), Fields(copy));
+    EXPECT_EQ(S_FALSE, vn_config::SetValue(copy, L"_xmlconfig", L"plain words"));
+    EXPECT_EQ(VN_E_CONFIG_XML, vn_config::SetValue(copy, L"_xmlconfig", L"<c><Proxy><Address>a&b</Address></Proxy></c>"));
+    EXPECT_EQ(Fields(data), Fields(copy));
+}
+
+}  // namespace

@@ -1,0 +1,298 @@
+// VnNode and VnDocument: attributes, ownership and searches of the tree, and
+// the documents it loads and writes, byte for byte, with the shortcuts of the
+// design that the configuration file relies on.
+#include "tests/xml/xml_support.h"
+
+#include "xml/vn_document.h"
+
+#include <vector>
+
+namespace {
+
+using namespace vn_xml_test;
+
+// A node that records its destruction.
+class Tracked : public VnNode {
+public:
+    Tracked(const std::string& name, std::string& log) : VnNode(name), m_log(log) {}
+    ~Tracked() override { m_log += GetName() + ";"; }
+
+private:
+    std::string& m_log;
+};
+
+std::string Names(const std::vector<VnNode*>& nodes)
+{
+    std::string names;
+    for (const VnNode* node : nodes)
+        names += node->GetName() + "=" + node->GetValue() + ";";
+    return names;
+}
+
+std::string Written(const VnDocument& doc, const std::string& indent)
+{
+    std::ostringstream out;
+    doc.Write(out, indent);
+    return out.str();
+}
+
+// Loads `text` into `doc` and gives the parser's failure, if any.
+std::string Load(VnDocument& doc, const std::string& text)
+{
+    std::istringstream in(text);
+    return FailureOf([&] { doc.Load(in); });
+}
+
+// The tree of a record with all defaults and the head authentication flag
+// set, built the way the configuration code builds it.
+VnNode* DefaultConfiguration()
+{
+    auto* root = new VnNode("VnLinkhostConfig");
+    VnNode* dial = root->AddChild("DialUp");
+    dial->SetAttribute("useSystemConnection", "true");
+    dial->AddChild("Mode")->SetValue("1");
+    dial->AddChild("DialConnectionName");
+    VnNode* proxy = root->AddChild("Proxy");
+    proxy->SetAttribute("useSystemProxy", "true");
+    for (const char* leaf : {"Mode=0", "Address=proxy", "Port=8080", "NoLocal=true", "Exclude=localhost", "Script="}) {
+        const std::string pair = leaf;
+        proxy->AddChild(pair.substr(0, pair.find('=')))->SetValue(pair.substr(pair.find('=') + 1));
+    }
+    root->AddChild("skip-head-authentication")->SetValue("true");
+    return root;
+}
+
+const std::string kDefaultHead = "<?xml version='1.0' encoding='UTF-8'?>";
+const char* const kDoubleQuotedHead = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+
+}  // namespace
+
+TEST(VnNodeTree, AttributesAreExactAndAnEmptyNameIsNotStored)
+{
+    VnNode node("Proxy");
+    node.SetAttribute("Mode", "1");
+    node.SetAttribute("Mode", "2");
+    node.SetAttribute("", "ignored");
+    node.SetAttribute("empty", "");
+    EXPECT_EQ("2", node.GetAttribute("Mode"));
+    EXPECT_EQ("", node.GetAttribute("mode"));
+    EXPECT_EQ("", node.GetAttribute(""));
+    EXPECT_EQ((VnNode::AttributeMap{{"Mode", "2"}, {"empty", ""}}), node.GetAttributes());
+    node.RemoveAttribute("mode");
+    node.RemoveAttribute("empty");
+    EXPECT_EQ((VnNode::AttributeMap{{"Mode", "2"}}), node.GetAttributes());
+}
+
+TEST(VnNodeTree, ANodeOwnsItsChildrenAndDeletesThemFirstChildFirst)
+{
+    std::string deleted;
+    {
+        VnNode root("r"), other("o");
+        VnNode* a = root.AddChild("a");
+        auto* b = new Tracked("b", deleted);
+        root.AddChild(b);
+        root.AddChild(static_cast<VnNode*>(nullptr));
+        EXPECT_EQ(&root, a->GetParent());
+        EXPECT_EQ(&root, b->GetParent());
+        EXPECT_EQ((std::vector<VnNode*>{a, b}), root.GetChildren());
+        b->AddChild(new Tracked("b1", deleted));
+        b->AddChild(new Tracked("b2", deleted));
+        root.AddChild(new Tracked("c", deleted));
+        VnNode* stranger = other.AddChild("s");
+        EXPECT_FALSE(root.RemoveChild(nullptr));
+        EXPECT_FALSE(root.RemoveChild(stranger));
+        EXPECT_EQ(1u, other.GetChildren().size());
+        auto* gone = new Tracked("gone", deleted);
+        root.AddChild(gone);
+        EXPECT_TRUE(root.RemoveChild(gone));
+        EXPECT_EQ("gone;", deleted);
+        EXPECT_EQ(3u, root.GetChildren().size());
+    }
+    EXPECT_EQ("gone;b;b1;b2;c;", deleted);
+}
+
+TEST(VnNodeTree, SearchesGoThroughTheSubtreeInDocumentOrder)
+{
+    // r( a( x=deep ), x=shallow( x=inner ), b )
+    VnNode root("r");
+    root.AddChild("a")->AddChild("x")->SetValue("deep");
+    VnNode* shallow = root.AddChild("x");
+    shallow->SetValue("shallow");
+    shallow->AddChild("x")->SetValue("inner");
+    VnNode* b = root.AddChild("b");
+    ASSERT_NE(nullptr, root.FindNode("x"));
+    EXPECT_EQ("deep", root.FindNode("x")->GetValue());  // the first, not the shallowest
+    EXPECT_EQ(&root, root.FindNode("r"));
+    EXPECT_EQ(nullptr, root.FindNode("X"));
+    EXPECT_EQ(nullptr, b->FindNode("x"));
+    EXPECT_EQ(shallow, root.FindChild("x"));
+    EXPECT_EQ(nullptr, root.FindChild("r"));
+    EXPECT_EQ("x=shallow;", Names(root.FindChildren("x")));
+    EXPECT_EQ("x=deep;x=shallow;x=inner;", Names(root.FindAll("x")));
+    EXPECT_EQ("x=shallow;", Names(shallow->FindAll("x")));
+    EXPECT_EQ("", Names(root.FindAll("missing")));
+}
+
+TEST(VnNodeTree, VeryDeepTreeIsSearchedAndDeletedWithoutRecursion)
+{
+    const int depth = 1000000;  // far more frames than the thread's stack holds
+    auto* root = new VnNode("top");
+    VnNode* node = root;
+    for (int i = 0; i < depth; ++i)
+        node = node->AddChild("level");
+    node->SetName("bottom");
+    EXPECT_EQ(node, root->FindNode("bottom"));
+    EXPECT_EQ(static_cast<size_t>(depth - 1), root->FindAll("level").size());
+    delete root;
+}
+
+TEST(VnDocumentWrite, ConfigurationTreeGivesTheFileByteForByte)
+{
+    VnDocument doc;
+    doc.SetHead(kDoubleQuotedHead);
+    doc.SetRoot(DefaultConfiguration());
+    const std::string file = DataFile("VnLinkhost.xml");
+    ASSERT_FALSE(file.empty());
+    EXPECT_EQ(file, Written(doc, "\t"));
+    doc.SetHead("");
+    EXPECT_EQ(kDefaultHead + "<VnLinkhostConfig><DialUp useSystemConnection = \"true\"><Mode>1</Mode>"
+              "<DialConnectionName></DialConnectionName></DialUp><Proxy useSystemProxy = \"true\"><Mode>0</Mode>"
+              "<Address>proxy</Address><Port>8080</Port><NoLocal>true</NoLocal><Exclude>localhost</Exclude>"
+              "<Script></Script></Proxy><skip-head-authentication>true</skip-head-authentication></VnLinkhostConfig>",
+              Written(doc, ""));
+}
+
+TEST(VnDocumentWrite, IndentValuesAndAttributesAsTheyStand)
+{
+    VnDocument doc;
+    EXPECT_EQ("", Written(doc, "\t"));  // no root, nothing at all
+    auto* root = new VnNode("a");
+    doc.SetRoot(root);
+    root->AddChild("b")->AddChild("c")->AddChild("d")->SetValue("x");
+    EXPECT_EQ(kDefaultHead + "\n<a>\n..<b>\n....<c>\n......<d>x</d>\n....</c>\n..</b>\n</a>\n", Written(doc, ".."));
+    root->SetValue("v");  // beside children, the value follows the start tag
+    root->RemoveChild(root->FindChild("b"));
+    root->AddChild("c");
+    EXPECT_EQ(kDefaultHead + "\n<a>v\n\t<c></c>\n</a>\n", Written(doc, "\t"));
+    root->FindChild("c")->SetValue("a<b");  // nothing is escaped, so this can't be read back
+    VnDocument again;
+    EXPECT_EQ("name expected", Load(again, Written(doc, "\t")));
+    root->SetAttribute("k", "a\"b");
+    root->FindChild("c")->SetValue("x & y < z");
+    EXPECT_EQ(kDefaultHead + "<a k = \"a\"b\">v<c>x & y < z</c></a>", Written(doc, ""));
+    root->SetAttribute("k", "");
+    EXPECT_EQ(kDefaultHead + "<a k = \"\">v<c>x & y < z</c></a>", Written(doc, ""));
+}
+
+TEST(VnDocumentLoad, DocumentsLoadAsDesigned)
+{
+    const struct {
+        const char* document;
+        const char* written;  // without indent; a failure adds '!' and its message
+    } rows[] = {
+        {"", ""},
+        {"<VnLinkhostConfig/>", "<VnLinkhostConfig></VnLinkhostConfig>"},
+        // A text with a tab or a line feed is dropped; blanks stay.
+        {"<r><tab>a\tb</tab><lf>a\nb</lf><blank>a b</blank><blanks>   </blanks></r>",
+         "<r><tab></tab><lf></lf><blank>a b</blank><blanks>   </blanks></r>"},
+        // Text beside children goes to the next leaf without text of its own.
+        {"<r>note<a/><b>own</b></r>", "<r><a>note</a><b>own</b></r>"},
+        {"<r><a></a>tail<b/><c/></r>", "<r><a></a><b>tail</b><c></c></r>"},
+        // Entity events replace the text rather than join it.
+        {"<r><v>a&amp;b</v><w>x&lt;</w><u>&#65;</u></r>", "<r><v>b</v><w><</w><u>A</u></r>"},
+        {"<r><c><![CDATA[<b>&amp;]]></c><t><![CDATA[a\tb]]></t></r>", "<r><c>CDATA: <b>&amp;</c><t>CDATA: </t></r>"},
+        {"<!DOCTYPE r><r/>", "<r>DOCTYPE:  r</r>"},
+        {"<!DOCTYPE r><r>v</r>", "<r>v</r>"},
+        {"<r><!--c--><a>1<!--x-->2</a><?pi d?></r>", "<r><a>2</a></r>"},
+        {"<a><x/></a><b><y/></b><c/>", "<a><x></x><b><y></y></b><c></c></a>"},
+        {"<?xml version=\"1.0\" encoding=\"ISO-8859-1\" standalone=\"yes\"?><a/>",
+         "<?xml version='1.0' encoding='ISO-8859-1'?><a></a>"},
+        {"<?xml version='1.1'?><a/>", "<a></a>"},  // no encoding: the default head
+        // A failure keeps the nodes already placed.
+        {"<r><a>1</a><b>2</c></r>", "<r><a>1</a></r>!expected: b"},
+        {"<P><NoLocal>true</NoLocal><Exclude>intranet&co</Exclude></P>", "<P><NoLocal>true</NoLocal></P>!Unexpected EOF"},
+        {"<P><Exclude>localhost;intra&net;*.local</Exclude></P>", "<P><Exclude>*.local</Exclude></P>"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.document);
+        VnDocument doc;
+        const std::string failure = Load(doc, row.document);
+        std::string written = Written(doc, "");
+        if (written.compare(0, kDefaultHead.size(), kDefaultHead) == 0)
+            written.erase(0, kDefaultHead.size());  // the default head is left out of the rows
+        EXPECT_EQ(row.written, written + (failure.empty() ? "" : "!" + failure));
+    }
+}
+
+TEST(VnDocumentLoad, NamesAreLocalAndDeclarationsAreDropped)
+{
+    VnDocument doc;
+    ASSERT_EQ("", Load(doc, DataFile("namespaces.xml")));
+    EXPECT_EQ("settings", doc.GetRoot()->GetName());
+    EXPECT_EQ((VnNode::AttributeMap{{"lang", "de"}}), doc.GetRoot()->GetAttributes());
+    ASSERT_NE(nullptr, doc.GetRoot()->FindNode("proxy"));
+    EXPECT_EQ((VnNode::AttributeMap{{"mode", "manual"}, {"port", "8080"}}), doc.GetRoot()->FindNode("proxy")->GetAttributes());
+    EXPECT_EQ("proxy.example", doc.GetRoot()->FindNode("address")->GetValue());
+    EXPECT_EQ("text", doc.GetRoot()->FindNode("plain")->GetValue());
+}
+
+TEST(VnDocumentRoundTrip, FilesComeBackWithOnlyTheHeadRequoted)
+{
+    const std::string single = DataFile("single-quoted-head.xml");
+    VnDocument doc;
+    ASSERT_EQ("", Load(doc, single));
+    EXPECT_EQ("<?xml version='1.0' encoding='windows-1252'?>", doc.GetHead());
+    EXPECT_EQ("B\xFCro T-Online", doc.GetRoot()->FindNode("DialConnectionName")->GetValue());
+    EXPECT_EQ(single, Written(doc, "\t"));
+
+    std::string lf = DataFile("VnLinkhost.xml");
+    VnDocument fromLf, fromCrLf;
+    Load(fromLf, lf);
+    Load(fromCrLf, DataFile("VnLinkhost-crlf.xml"));
+    lf.replace(0, std::string(kDoubleQuotedHead).size(), kDefaultHead);
+    EXPECT_EQ(lf, Written(fromLf, "\t"));
+    EXPECT_EQ(lf, Written(fromCrLf, "\t"));
+
+    std::ifstream text(DataPath("VnLinkhost-crlf.xml"));  // text mode, as the configuration code opens it
+    VnDocument fromText;
+    fromText.Load(text);
+    EXPECT_EQ(lf, Written(fromText, "\t"));
+}
+
+TEST(VnDocumentRoundTrip, DeepDocumentIsLoadedWrittenAndDeleted)
+{
+    std::string open, close;
+    for (int i = 0; i < 200000; ++i) {
+        open += "<e>";
+        close += "</e>";
+    }
+    VnDocument doc;
+    ASSERT_EQ("", Load(doc, open + "x" + close));
+    EXPECT_EQ(kDefaultHead + open + "x" + close, Written(doc, ""));
+}
+
+TEST(VnDocumentState, HeadRootAndClear)
+{
+    VnDocument doc;
+    EXPECT_TRUE(doc.IsEmpty());
+    EXPECT_EQ(kDefaultHead, doc.GetHead());
+    doc.SetHead(kDoubleQuotedHead);
+    EXPECT_EQ(kDoubleQuotedHead, doc.GetHead());
+    doc.Clear();  // without a root the head stays
+    EXPECT_EQ(kDoubleQuotedHead, doc.GetHead());
+    VnDocument headless;
+    headless.SetHead("custom");
+    Load(headless, "<a/>");  // a document without a head gets the default
+    EXPECT_EQ(kDefaultHead, headless.GetHead());
+
+    std::string deleted;
+    auto* first = new Tracked("first", deleted);
+    doc.SetRoot(first);
+    doc.SetRoot(new Tracked("second", deleted));
+    EXPECT_EQ("", deleted);  // the old root is left to the caller
+    doc.Clear();
+    EXPECT_EQ("second;", deleted);
+    EXPECT_TRUE(doc.IsEmpty());
+    EXPECT_EQ("", doc.GetHead());
+    delete first;
+}

@@ -1,0 +1,56 @@
+// Helpers of the XML tests: a parser over a text, the failure an action ends
+// in, and the sample files beside the tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "xml/xml_pull_parser.h"
+
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+namespace vn_xml_test {
+
+using P = XmlPullParser;
+
+// A parser over a text; 'R' in `flags` turns on the relaxed feature, 'N'
+// namespace processing. The stream lives as long as the parser.
+struct Reader {
+    explicit Reader(const std::string& text, const std::string& flags = "") : stream(text), parser(stream)
+    {
+        parser.setFeature(P::FEATURE_RELAXED, flags.find('R') != std::string::npos);
+        parser.setFeature(P::FEATURE_PROCESS_NAMESPACES, flags.find('N') != std::string::npos);
+    }
+    std::istringstream stream;
+    XmlPullParser parser;
+};
+
+// The message of the parse failure that `action` ends in, or "" if it passes.
+template <typename Action>
+std::string FailureOf(Action action)
+{
+    try {
+        action();
+    } catch (const XmlPullParserException& e) {
+        return e.getMessage();
+    }
+    return std::string();
+}
+
+// Path of a file in tests/xml/data; under Wine the source tree is drive Z:.
+inline std::string DataPath(const std::string& name)
+{
+    const std::string here = __FILE__;
+    const std::string dir = here.substr(0, here.find_last_of("/\\"));
+    return (dir[0] == '/' ? "Z:" : "") + dir + "/data/" + name;
+}
+
+inline std::string DataFile(const std::string& name)
+{
+    std::ifstream in(DataPath(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+}  // namespace vn_xml_test
