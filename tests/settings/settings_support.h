@@ -1,23 +1,25 @@
-// What the settings tests share: registry keys saved and put back, the
-// controls and journals of the stand-in RASAPI32.DLL, Rasdlg.dll and
-// Sensapi.dll, a fixture for everything that dials, and a record's fields as
-// one tuple that EXPECT_EQ prints in full.
+// What the settings tests share: registry keys saved and put back, the stand-ins' controls and journals,
+// a fixture for everything that dials, a record as one printable tuple, and runs under other Windows versions.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "common/test_util.h"
+#include "host/status.h"
 #include "settings/config_data.h"
+#include "settings/config_keys.h"
 #include "settings/connection_manager.h"
 #include "settings/connection_state.h"
 #include "tests/doubles/rasapi32/standin_registry.h"
+#include "vfc/text.h"
 
 namespace vn_settings_test {
 
@@ -31,10 +33,7 @@ inline void SetReg(const char* key, const char* name, DWORD type, const void* da
         ::RegDeleteKeyValueA(HKEY_CURRENT_USER, key, name);
     EXPECT_EQ(0, data ? ::RegSetKeyValueA(HKEY_CURRENT_USER, key, name, type, data, DWORD(size)) : 0) << name;
 }
-inline void SetText(const char* key, const char* name, const char* text)
-{
-    SetReg(key, name, REG_SZ, text, text ? std::strlen(text) + 1 : 0);
-}
+inline void SetText(const char* key, const char* name, const char* text) { SetReg(key, name, REG_SZ, text, text ? std::strlen(text) + 1 : 0); }
 inline void WriteLanProxy(DWORD enabled, const char* server, const char* bypass)
 {
     SetReg(kInternetSettings, "ProxyEnable", REG_DWORD, &enabled, 4);
@@ -47,8 +46,7 @@ inline void WriteAutodial(int enable, int noNet)  // a negative value is removed
     SetReg(kInternetSettings, "NoNetAutodial", REG_DWORD, noNet < 0 ? nullptr : &noNet, 4);
 }
 
-// A key of HKCU copied aside and put back as it was at the end of a scope;
-// with `remove` it is gone meanwhile.
+// A key of HKCU copied aside and put back as it was at the end of a scope; with `remove` it is gone meanwhile.
 class TKeySaved {
 public:
     explicit TKeySaved(const std::string& key, bool remove = false) : m_key(key), m_copy("Software\\VnLinkhostTest\\Saved\\" + key)
@@ -57,19 +55,16 @@ public:
         HKEY source = nullptr, copy = nullptr;
         m_existed = !::RegOpenKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, KEY_READ, &source) &&
                     !::RegCreateKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy) && !::RegCopyTreeA(source, nullptr, copy);
-        ::RegCloseKey(source);
-        ::RegCloseKey(copy);
+        ::RegCloseKey(source), ::RegCloseKey(copy);
         removed = remove && m_existed && !::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());
     }
     ~TKeySaved()
     {
         ::RegDeleteTreeA(HKEY_CURRENT_USER, m_key.c_str());
         HKEY key = nullptr, copy = nullptr;
-        if (m_existed && !::RegCreateKeyA(HKEY_CURRENT_USER, m_key.c_str(), &key) &&
-            !::RegOpenKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy))
+        if (m_existed && !::RegCreateKeyA(HKEY_CURRENT_USER, m_key.c_str(), &key) && !::RegOpenKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy))
             ::RegCopyTreeA(copy, nullptr, key);
-        ::RegCloseKey(key);
-        ::RegCloseKey(copy);
+        ::RegCloseKey(key), ::RegCloseKey(copy);
         ::RegDeleteTreeA(HKEY_CURRENT_USER, m_copy.c_str());
     }
     bool removed = false;
@@ -79,13 +74,13 @@ private:
     bool m_existed = false;
 };
 
-// The stand-ins' controls. With none set the machine has RAS with an empty
-// phone book, and a live LAN.
-inline void ResetStandIns()
+// The stand-ins' controls. With none set the machine has RAS with an empty phone book, and a live LAN.
+inline void ResetStandIns(const char* value = nullptr)  // all controls, or one value of each stand-in
 {
     for (const char* key : {si::kRasKey, si::kRasdlgKey, si::kSensapiKey})
-        ::RegDeleteTreeA(HKEY_CURRENT_USER, key);
+        value ? ::RegDeleteKeyValueA(HKEY_CURRENT_USER, key, value) : ::RegDeleteTreeA(HKEY_CURRENT_USER, key);
 }
+inline void ClearJournals() { ResetStandIns(si::kCalls); }
 inline void Entries(const std::vector<std::string>& names) { si::WriteList(si::kRasKey, "Entries", names); }
 inline void Connected(const std::vector<std::string>& names) { si::WriteList(si::kRasKey, "Connected", names); }
 inline std::vector<std::string> Connected() { return si::ReadList(si::kRasKey, "Connected"); }
@@ -95,11 +90,6 @@ inline void Network(int alive, DWORD flags)  // alive -1: there is no Sensapi.dl
     si::WriteDword(si::kSensapiKey, "Flags", flags);
 }
 inline std::string Journal(const char* key) { return si::ReadText(key, si::kCalls); }
-inline void ClearJournals()
-{
-    for (const char* key : {si::kRasKey, si::kRasdlgKey, si::kSensapiKey})
-        ::RegDeleteKeyValueA(HKEY_CURRENT_USER, key, si::kCalls);
-}
 inline int Count(const std::string& text, const std::string& part)
 {
     int count = 0;
@@ -109,10 +99,7 @@ inline int Count(const std::string& text, const std::string& part)
 }
 inline int Calls(const char* key, const std::string& call) { return Count(Journal(key), call); }
 
-// For everything that dials: the stand-ins start clean, and at the end every
-// link this process still owns is hung up through the product's own call and
-// the process-wide connection state is dropped, so that no test leaves a
-// dial behind for the next.
+// The stand-ins start clean; at the end a link this process still owns is hung up and the connection state dropped.
 class TDialFixture : public ::testing::Test {
 protected:
     void SetUp() override
@@ -139,9 +126,8 @@ protected:
 
 inline auto Fields(const CConfigData& d)
 {
-    return std::make_tuple(d.m_UseSystemProxy, d.m_ProxyMode, d.m_ProxyAddress, d.m_ProxyPort, d.m_ProxyExclude,
-                           d.m_ProxyNoLocal, d.m_ProxyScript, d.m_UseSystemConnection, d.m_DialMode,
-                           d.m_DefaultConnection, d.m_SessionFlags, d.m_SkipHeadAuth);
+    return std::make_tuple(d.m_UseSystemProxy, d.m_ProxyMode, d.m_ProxyAddress, d.m_ProxyPort, d.m_ProxyExclude, d.m_ProxyNoLocal,
+                           d.m_ProxyScript, d.m_UseSystemConnection, d.m_DialMode, d.m_DefaultConnection, d.m_SessionFlags, d.m_SkipHeadAuth);
 }
 inline CConfigData Defaults()
 {
@@ -150,9 +136,18 @@ inline CConfigData Defaults()
     return data;
 }
 
-// Runs one test of this program in a child that the prefix gives the named
-// Windows version (Software\Wine\AppDefaults), and gives what it printed.
-inline std::string RunUnderVersion(const std::string& wineVersion, const std::string& test)
+// The platform version this process sees, "major.minor.platform", also printed for a parent.
+inline std::string PrintedVersion()
+{
+    OSVERSIONINFOA i = {sizeof i, 0, 0, 0, 0, {}};
+    ::GetVersionExA(&i);
+    const std::string version = std::to_string(i.dwMajorVersion) + "." + std::to_string(i.dwMinorVersion) + "." + std::to_string(i.dwPlatformId);
+    std::printf("version=%s\n", version.c_str());
+    return version;
+}
+
+// Runs one test of this program in a child that the prefix gives a Windows version; true when it saw it and passed.
+inline bool PassesUnderVersion(const std::string& wineVersion, const std::string& version, const std::string& test)
 {
     char path[MAX_PATH] = {};
     ::GetModuleFileNameA(nullptr, path, MAX_PATH);
@@ -161,7 +156,8 @@ inline std::string RunUnderVersion(const std::string& wineVersion, const std::st
     std::string output;
     vn_test::RunCapture("\"" + program + "\" --gtest_filter=" + test, output, 60000);
     ::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());
-    return output;
+    EXPECT_NE(std::string::npos, output.find("version=" + version)) << output;
+    return output.find("[  PASSED  ] 1 test.") != std::string::npos;
 }
 
 }  // namespace vn_settings_test
