@@ -1,22 +1,6 @@
-// The configuration record, its file "VnLinkhost.xml" in the test prefix
-// (whose place is worked out here, not asked of the product) and its keys:
-// the exact bytes, how a text or a file is laid over a record, the roaming
-// folder, bad files, and the key table with "_xmlconfig" and the "ie/" families.
-#include <gtest/gtest.h>
-
-#include <shlobj.h>
-
-#include <fstream>
-#include <functional>
-
-#include "host/root_object.h"
-#include "host/status.h"
-#include "settings/config_keys.h"
-#include "settings/xml_config_manager.h"
+// The configuration record, its file "VnLinkhost.xml" in the test prefix (found here, not asked of the product),
+// and its keys: the exact bytes, how a text or a file is laid over a record, the roaming folder, bad files.
 #include "tests/settings/settings_support.h"
-#include "vfc/bstr.h"
-#include "vfc/com_ptr.h"
-#include "vfc/text.h"
 
 using namespace vn_settings_test;
 
@@ -92,20 +76,12 @@ void RemovePath(const std::string& path)  // a file, or the folder a test put in
     ::RemoveDirectoryA(path.c_str());
 }
 
-// Each test starts with neither file and puts back what was there.
+// Each test starts and ends with neither file.
 class ConfigFile : public testing::Test {
 protected:
     ConfigFile() { RemovePath(kPrimary), RemovePath(kSecondary); }
-    ~ConfigFile() override
-    {
-        for (int i = 0; i < 2; ++i) {
-            RemovePath(i ? kSecondary : kPrimary);
-            if (m_saved[i] != "<missing>")
-                WriteBytes(i ? kSecondary : kPrimary, m_saved[i]);
-        }
-    }
+    ~ConfigFile() override { RemovePath(kPrimary), RemovePath(kSecondary); }
     int LogLines(const std::string& text) const { return vn_test::CountLogLinesSince(m_log, text); }
-    const std::string m_saved[2] = {Bytes(kPrimary), Bytes(kSecondary)};
     const size_t m_log = vn_test::LogSize();
 };
 

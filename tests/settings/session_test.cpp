@@ -1,26 +1,6 @@
-// What a session takes from the system, whether it can go online, and
-// whether it dials. The proxy settings come from Wine's internet client for
-// the LAN, and from the interpretation alone where Wine can't report them
-// (script and detection bits); the dial mode and default entry from the
-// registry and the phone book of the stand-in RASAPI32.DLL; the network test
-// from the stand-in Sensapi.dll; a dial goes to the stand-in RASAPI32.DLL and
-// Rasdlg.dll, whose journals show what the system asked of the platform.
-#include <gtest/gtest.h>
-
-#include <windows.h>
-#include <wininet.h>
-
-#include <algorithm>
-#include <map>
-
-#include "host/status.h"
-#include "settings/config_keys.h"
-#include "settings/network_alive.h"
-#include "settings/registry_text.h"
-#include "settings/session_connection.h"
-#include "settings/system_proxy.h"
+// What a session takes from the system, whether it can go online, and whether it dials. The journals of the
+// stand-in RASAPI32.DLL, Rasdlg.dll and Sensapi.dll show what the system asked of the platform.
 #include "tests/settings/settings_support.h"
-#include "vfc/text.h"
 
 using namespace vn_settings_test;
 using Manager = CVnLinkhostConnectionManager;
@@ -83,7 +63,6 @@ TEST(SessionRules, WhatThePlatformMayAnswerBecomesTheProxyFieldsAndTheIeProxyTex
         vn_settings::ApplySystemProxySettings(system, data);
         EXPECT_EQ(Fields(expected), Fields(data)) << keys;
         EXPECT_EQ(keys, ProxyKeys([&](const std::string& key) { return vn_settings::SystemProxyKeyText(system, key); }));
-        EXPECT_EQ("", vn_settings::SystemProxyKeyText(system, "ie/proxy/Address") + vn_settings::SystemProxyKeyText(system, "ie/proxy/"));
     }
 }
 
@@ -105,17 +84,30 @@ TEST(SessionRules, RegistryReaderGivesStringsDoubleWordsAndBinariesAsText)
     EXPECT_EQ("", vn_settings::RegistryValueText(HKEY_CURRENT_USER, kScratch, "v"));
 }
 
-// The prefix's internet settings and dial-up keys are put back after each test.
-class Session : public TDialFixture {
+// The prefix's settings are put back after each test, and a link this process still owns is hung up.
+class Session : public testing::Test {
 protected:
     void SetUp() override
     {
-        TDialFixture::SetUp();
+        ResetStandIns();
+        CVnConnectionState::DestroyInstance();
+        ASSERT_FALSE(Manager::ConnectionOwned()) << "an earlier test left a dial behind";
         m_record.SetDefaults();
         m_record.m_UseSystemConnection = false, m_record.m_ProxyMode = ProxyScript, m_record.m_ProxyScript = "http://own.pac";
         m_record.m_ProxyPort = 1234, m_record.m_DialMode = DialAlways, m_record.m_DefaultConnection = "Office";
         m_record.m_SessionFlags = 2, m_record.m_SkipHeadAuth = true;
     }
+    void TearDown() override
+    {
+        State().m_bDialed = false;
+        CVnConnectionState::DestroyInstance();
+        ResetStandIns();
+        Entries({"Office", "Home"}), Connected({"Office", "Home"});
+        Manager().DisconnectEntry("Office"), Manager().DisconnectEntry("Home");
+        EXPECT_FALSE(Manager::ConnectionOwned()) << "a dial of this test is still owned";
+        ResetStandIns();
+    }
+    static CVnConnectionState& State() { return *CVnConnectionState::getInstance(); }
     HRESULT Prepare() { return CVnSessionConnection(&m_work).PrepareConfigData(m_record); }
     HRESULT Check() { return CVnSessionConnection(&m_work).CheckConnection(m_work, nullptr); }
 
@@ -162,6 +154,7 @@ TEST_F(Session, FailedProxyQueryLeavesTheRecordsProxyAndFailsOnlyWithoutTheDialS
         EXPECT_EQ(S_OK, Prepare());
         EXPECT_EQ(std::make_tuple(std::string("proxy"), std::string()), std::make_tuple(m_work.m_ProxyAddress, Key("ie/proxy/address")));
     }
+    EXPECT_EQ(E_POINTER, CVnSessionConnection().PrepareConfigData(m_record));
     const std::string failed = "]. Message: InternetQueryOption failed. Error code: ";
     EXPECT_EQ(2, vn_test::CountLogLinesSince(log, "Error in method [CVnSessionConnection::GetProxyDefault" + failed));
     EXPECT_EQ(1, vn_test::CountLogLinesSince(log, "Error in method [CVnSessionConnection::GetIEProxy" + failed));
@@ -185,7 +178,7 @@ TEST_F(Session, SettingsReadFromTheSystemAreTracedAndNeverReachTheLog)
         EXPECT_EQ(std::string::npos, text.find(traced)) << traced;
 }
 
-TEST_F(Session, DialModeIsTheSumOfTheTwoAutodialValuesAndIsTakenOnlyWhenTheRecordAsks)
+TEST_F(Session, DialModeIsTheSumOfTheTwoAutodialValuesWhateverTheirType)
 {
     int mode = -1;
     for (auto& [enable, noNet, expected, word] : {std::make_tuple(-1, -1, DialNever, "never"), std::make_tuple(0, 1, DialAlways, "always"),
@@ -197,15 +190,8 @@ TEST_F(Session, DialModeIsTheSumOfTheTwoAutodialValuesAndIsTakenOnlyWhenTheRecor
     }
     SetReg(kInternetSettings, "EnableAutodial", REG_BINARY, "\x00\x01", 2);  // 2; read as 256 it would be DialNever
     SetText(kInternetSettings, "NoNetAutodial", "0");
-    m_record.m_UseSystemProxy = false, m_record.m_UseSystemConnection = true;
-    ASSERT_EQ(S_OK, Prepare());
-    EXPECT_EQ(std::make_tuple(int(DialRequired), std::string()), std::make_tuple(m_work.m_DialMode, m_work.m_DefaultConnection));
-    Network(FALSE, 0);  // an empty phone book has no default entry: nothing to dial
-    EXPECT_EQ(std::make_tuple(VN_E_NOT_CONNECTED, 0), std::make_tuple(Check(), Dials()));
-    m_record.m_UseSystemConnection = false;
-    ASSERT_EQ(S_OK, Prepare());
-    EXPECT_EQ(std::make_tuple(int(DialAlways), std::string("Office")), std::make_tuple(m_work.m_DialMode, m_work.m_DefaultConnection));
-    EXPECT_EQ(E_POINTER, CVnSessionConnection().PrepareConfigData(m_record));
+    EXPECT_EQ(S_OK, CVnSessionConnection::GetIEDialMode(mode));
+    EXPECT_EQ(DialRequired, mode);
 }
 
 // Checked against the platform version this process sees; the test after it
@@ -224,15 +210,9 @@ TEST_F(Session, DefaultEntryIsReadWhereThisPlatformVersionKeepsItAndOnlyFromTheP
     std::string entry = "<untouched>";
     EXPECT_EQ(S_OK, CVnSessionConnection::GetIEDefConnection(entry));
     EXPECT_EQ(std::make_tuple(expected, expected), std::make_tuple(entry, Key("ie/dialup/dialConnectionName")));
-    // DialAlways from the system dials that entry, and the end hangs it up;
-    // without one the session goes straight to the network test, twice.
-    WriteAutodial(1, 0);
     m_record.m_UseSystemProxy = false, m_record.m_UseSystemConnection = true;
     ASSERT_EQ(S_OK, Prepare());
-    EXPECT_EQ(std::make_tuple(expected, S_OK), std::make_tuple(m_work.m_DefaultConnection, Check()));
-    EXPECT_EQ(S_OK, CVnConnectionState::DestroyInstance());
-    EXPECT_EQ(expected.empty() ? 0 : 2, Calls(si::kRasKey, "RasDialA(" + expected) + Calls(si::kRasKey, "RasHangUpA(" + expected));
-    EXPECT_EQ(expected.empty() ? 2 : 0, Calls(si::kSensapiKey, "IsNetworkAlive="));
+    EXPECT_EQ(expected, m_work.m_DefaultConnection);
     // A name the phone book lacks, even in another case, gives nothing; so does an empty phone book.
     for (const char* missing : {"Gone", "autodial b", "profile a", ""}) {
         names(*missing ? missing : "Profile A", *missing ? missing : "AutoDial B");
@@ -250,48 +230,30 @@ TEST_F(Session, DefaultEntryFollowsEachPlatformVersion)
         EXPECT_TRUE(PassesUnderVersion(wine, version, "Session.DefaultEntryIsReadWhereThisPlatformVersionKeepsItAndOnlyFromThePhoneBook"));
 }
 
-TEST_F(Session, NetworkTestAnswersFromTheLinksThePlatformReports)
-{
-    // A WAN link alone is somebody else's dial-up, used like one's own: no proxy. alive -1: no Sensapi.dll.
-    const std::tuple<int, DWORD, std::tuple<HRESULT, LONG, HRESULT>> cases[] = {  // alive, flags, test, direct dial, dial-up active
-        {TRUE, LAN, {S_OK, 0, S_FALSE}}, {TRUE, WAN, {S_OK, 1, S_OK}}, {TRUE, LAN | WAN, {S_OK, 0, S_OK}},
-        {FALSE, 0, {VN_E_NOT_CONNECTED, 0, VN_E_NOT_CONNECTED}}, {-1, 0, {VN_E_NOT_AVAILABLE, 0, VN_E_NOT_AVAILABLE}}};
-    for (auto& [alive, flags, outcome] : cases) {
-        Network(alive, flags);
-        State().m_DirectDial = 0;
-        const HRESULT test = CVnSessionConnection::NetworkTest();
-        EXPECT_EQ(outcome, std::make_tuple(test, State().m_DirectDial, CVnSessionConnection::IsDialUpActive()));
-        // The test shared with the monitors: the platform's answer, and a line for each call without the library.
-        DWORD given = 99;
-        BOOL answer = FALSE;
-        EXPECT_EQ(alive < 0 ? 1 : 0, LinesOf("Error in method [CVnSensNetworkManager::IsNetworkAliveDynamic]. Message: No find "
-                                             "function in DLL.", [&] { answer = vn_network::IsNetworkAliveDynamic(&given); }));
-        EXPECT_EQ(std::make_tuple(alive > 0, flags), std::make_tuple(answer != FALSE, given));
-    }
-}
-
 TEST_F(Session, StartDialsAndTestsTheNetworkAsTheDialModeSays)
 {
-    // Against a phone book of "Office" and "Home". alive -1: no Sensapi.dll; with dial dialogs allowed the
-    // user cancels the phone book. Outcome: status, dials, network tests, phone books, dialled, direct
-    // dial, owned; then the hang-ups of the root object's end.
-    const std::tuple<int, bool, int, DWORD, const char*, DWORD, bool, std::tuple<HRESULT, int, int, int, bool, LONG, bool>, int> cases[] = {
-        // mode, interactive, alive, flags, entry, dial error, dialled by somebody else already
-        {DialNever, 0, FALSE, 0, "Office", 0, 0, {VN_E_NOT_CONNECTED, 0, 1, 0, false, 0, false}, 0},
-        {DialRequired, 0, TRUE, LAN, "Office", 0, 1, {S_OK, 0, 1, 0, false, 0, false}, 0},
-        {DialRequired, 0, FALSE, 0, "Office", 0, 0, {S_OK, 1, 1, 0, true, 1, true}, 1},
-        {DialRequired, 0, FALSE, 0, "", 0, 0, {VN_E_NOT_CONNECTED, 0, 1, 0, false, 0, false}, 0},
-        {DialRequired, 0, FALSE, 0, "Nowhere", 0, 0, {VN_E_NOT_CONNECTED, 0, 1, 0, false, 0, false}, 0},
-        {DialRequired, 0, FALSE, 0, "Office", 678, 0, {VN_E_DIAL_FAILED, 1, 1, 0, false, 0, false}, 0},
-        {DialRequired, 0, -1, 0, "Office", 0, 0, {VN_E_NOT_AVAILABLE, 0, 0, 0, false, 0, false}, 0},
-        {DialAlways, 0, TRUE, LAN, "Office", 0, 0, {S_OK, 1, 0, 0, true, 1, true}, 1},
-        {DialAlways, 0, TRUE, LAN, "Office", 0, 1, {S_OK, 0, 0, 0, true, 1, false}, 0},
-        {DialAlways, 0, TRUE, LAN, "", 0, 0, {S_OK, 0, 2, 0, false, 0, false}, 0},
-        {DialAlways, 0, FALSE, 0, "Office", 678, 0, {VN_E_NOT_CONNECTED, 1, 1, 0, false, 0, false}, 0},
-        {DialAlways, 0, TRUE, LAN, "Office", 678, 0, {S_OK, 1, 2, 0, false, 0, false}, 0},
-        {DialAlways, 1, TRUE, LAN, "Office", 678, 0, {VN_E_DIAL_CANCELLED, 1, 0, 1, false, 0, false}, 0},
+    // Against a phone book of "Office" and "Home"; a user allowed dialogs cancels the phone book. Outcome: status, dials,
+    // network tests, phone books, dialled, direct dial (a WAN link alone is somebody else's dial-up), owned; then
+    // the dial-up test of a repeated request, and the hang-ups of the root object's end.
+    const std::tuple<int, bool, int, DWORD, const char*, DWORD, bool, std::tuple<HRESULT, int, int, int, bool, LONG, bool>, HRESULT, int> cases[] = {
+        // mode, interactive, alive (-1: no Sensapi.dll), flags, entry, dial error, dialled by somebody else already
+        {DialNever, 0, FALSE, 0, "Office", 0, 0, {VN_E_NOT_CONNECTED, 0, 1, 0, false, 0, false}, VN_E_NOT_CONNECTED, 0},
+        {DialNever, 0, TRUE, WAN, "Office", 0, 0, {S_OK, 0, 1, 0, false, 1, false}, S_OK, 0},
+        {DialNever, 0, TRUE, LAN | WAN, "Office", 0, 0, {S_OK, 0, 1, 0, false, 0, false}, S_OK, 0},
+        {DialRequired, 0, TRUE, LAN, "Office", 0, 1, {S_OK, 0, 1, 0, false, 0, false}, S_FALSE, 0},
+        {DialRequired, 0, FALSE, 0, "Office", 0, 0, {S_OK, 1, 1, 0, true, 1, true}, VN_E_NOT_CONNECTED, 1},
+        {DialRequired, 0, FALSE, 0, "", 0, 0, {VN_E_NOT_CONNECTED, 0, 1, 0, false, 0, false}, VN_E_NOT_CONNECTED, 0},
+        {DialRequired, 0, FALSE, 0, "Nowhere", 0, 0, {VN_E_NOT_CONNECTED, 0, 1, 0, false, 0, false}, VN_E_NOT_CONNECTED, 0},
+        {DialRequired, 0, FALSE, 0, "Office", 678, 0, {VN_E_DIAL_FAILED, 1, 1, 0, false, 0, false}, VN_E_NOT_CONNECTED, 0},
+        {DialRequired, 0, -1, 0, "Office", 0, 0, {VN_E_NOT_AVAILABLE, 0, 0, 0, false, 0, false}, VN_E_NOT_AVAILABLE, 0},
+        {DialAlways, 0, TRUE, LAN, "Office", 0, 0, {S_OK, 1, 0, 0, true, 1, true}, S_FALSE, 1},
+        {DialAlways, 0, TRUE, LAN, "Office", 0, 1, {S_OK, 0, 0, 0, true, 1, false}, S_FALSE, 0},
+        {DialAlways, 0, TRUE, LAN, "", 0, 0, {S_OK, 0, 2, 0, false, 0, false}, S_FALSE, 0},
+        {DialAlways, 0, FALSE, 0, "Office", 678, 0, {VN_E_NOT_CONNECTED, 1, 1, 0, false, 0, false}, VN_E_NOT_CONNECTED, 0},
+        {DialAlways, 0, TRUE, LAN, "Office", 678, 0, {S_OK, 1, 2, 0, false, 0, false}, S_FALSE, 0},
+        {DialAlways, 1, TRUE, LAN, "Office", 678, 0, {VN_E_DIAL_CANCELLED, 1, 0, 1, false, 0, false}, S_FALSE, 0},
     };
-    for (auto& [mode, interactive, alive, flags, entry, dialError, upAlready, outcome, hangUpsAtEnd] : cases) {
+    for (auto& [mode, interactive, alive, flags, entry, dialError, upAlready, outcome, dialUp, hangUpsAtEnd] : cases) {
         TearDown();
         Entries({"Office", "Home"});
         Connected(upAlready ? Names{"Office"} : Names{});
@@ -304,6 +266,13 @@ TEST_F(Session, StartDialsAndTestsTheNetworkAsTheDialModeSays)
         EXPECT_EQ(outcome, std::make_tuple(status, Dials(), Calls(si::kSensapiKey, "IsNetworkAlive="), Calls(si::kRasdlgKey, "RasPhonebookDlgA("),
                                            State().m_bDialed, State().m_DirectDial, Manager::ConnectionOwned())) << mode << entry << dialError;
         EXPECT_EQ(State().m_bDialed ? entry : "", State().m_strEntry);
+        // The test shared with the monitors gives the platform's answer, and without the library a line for each call.
+        DWORD given = 99;
+        BOOL answer = FALSE;
+        const int lines = LinesOf("Error in method [CVnSensNetworkManager::IsNetworkAliveDynamic]. Message: No find function in DLL.",
+                                  [&] { answer = vn_network::IsNetworkAliveDynamic(&given); });
+        EXPECT_EQ(std::make_tuple(dialUp, alive > 0, flags, alive < 0 ? 1 : 0),
+                  std::make_tuple(CVnSessionConnection::IsDialUpActive(), answer != FALSE, given, lines));
         // The root object's end hangs up only what this process dialled; the next use makes a fresh state.
         ClearJournals();
         EXPECT_EQ(S_OK, CVnConnectionState::DestroyInstance());
@@ -322,45 +291,20 @@ TEST_F(Session, StartDialsAndTestsTheNetworkAsTheDialModeSays)
     EXPECT_EQ(std::make_tuple(0, Names{"Office"}), std::make_tuple(HangUps(), Connected()));
 }
 
-TEST_F(Session, ManagerListsEntriesAndFindsConnectionsWithASecondCallWhenTheFirstIsTooSmall)
-{
-    Manager manager;
-    auto call = [](const char* name, size_t size, int result) { return name + ("(" + std::to_string(size) + ")=" + std::to_string(result) + ";"); };
-    const size_t entry = sizeof(vn_ras::TRasEntryName), connection = sizeof(vn_ras::TRasConn);
-    Names forty;
-    for (int i = 1; i <= 40; ++i)
-        forty.push_back("Entry " + std::to_string(i));
-    for (const Names& book : {Names{}, Names{"Office"}, forty}) {
-        ClearJournals();
-        Entries(book);
-        Names listed{"stale"};
-        manager.GetConnections(listed);
-        EXPECT_EQ(book, listed);
-        EXPECT_EQ(book.size() < 2 ? call("RasEnumEntriesA", entry, 0) : call("RasEnumEntriesA", entry, 603) +
-                  call("RasEnumEntriesA", 40 * entry, 0), Journal(si::kRasKey));
-    }
-    Connected(Names(forty.begin(), forty.begin() + 5));
-    ClearJournals();
-    EXPECT_TRUE(manager.IsConnected("Entry 5"));
-    EXPECT_EQ(0u, Journal(si::kRasKey).find(call("RasEnumConnectionsA", connection, 603) + call("RasEnumConnectionsA", 5 * connection, 0)));
-    Connected({"Entry 2"});
-    EXPECT_EQ(std::make_tuple(true, false, false, true, false), std::make_tuple(manager.IsConnected("Entry 2"), manager.IsConnected("Entry 1"),
-        manager.IsConnected("entry 2"), manager.FindConnection("Entry 2") != nullptr, manager.FindConnection("Entry 1") != nullptr));
-    si::WriteDword(si::kRasKey, "ConnState", 0x1000);  // paused: there, but not connected
-    EXPECT_TRUE(!manager.IsConnected("Entry 2") && manager.FindConnection("Entry 2"));
-    si::WriteDword(si::kRasKey, si::kUnloadable, 1);
-    manager.GetConnections(forty);
-    EXPECT_TRUE(forty.empty() && !manager.IsConnected("Entry 2") && !manager.FindConnection("Entry 2"));
-}
-
 TEST_F(Session, ManagerDialGivesItsStatusAndAsksThePlatformAccordingly)
 {
-    // Phone book: -1 there is no Rasdlg.dll, 0 the user cancels it, 1 dials "Home" in it. Outcome: status, owned,
-    // dials, links up afterwards. Then a run of calls the RAS journal holds ("" for none at all), and the log line.
+    // Entries, links up, RAS controls, the user in the phone book (-1: no Rasdlg.dll, 0 cancels, 1 dials "Home"), entry,
+    // interactive, with the phone book, it is shown; status, owned, dials, links up after; RAS calls ("": none), log line.
     const Names book = {"Office", "Home"};
+    Names forty;  // more than the first call of the enumeration has room for
+    for (int i = 1; i <= 40; ++i)
+        forty.push_back("Entry " + std::to_string(i));
+    const std::string enumeration = "RasEnumEntriesA(" + std::to_string(sizeof(vn_ras::TRasEntryName)) + ")=603;RasEnumEntriesA(" +
+                                    std::to_string(40 * sizeof(vn_ras::TRasEntryName)) + ")=0;";
     const std::tuple<Names, Names, std::vector<std::pair<const char*, DWORD>>, int, const char*, bool, bool, bool,
                      std::tuple<HRESULT, bool, int, Names>, const char*, std::string> cases[] = {
-        // phone book, links up, RAS controls, phone book, entry, interactive, with the phone book dialog, phone book shown
+        {forty, {}, {}, 1, "Entry 40", false, false, false, {S_OK, true, 1, {"Entry 40"}}, enumeration.c_str(), ""},
+        {book, {"Office"}, {{"ConnState", 0x1000}}, 1, "Office", false, false, false, {S_OK, true, 1, {"Office"}}, nullptr, ""},  // up, but paused
         {book, {}, {}, 1, "Home", false, false, false, {S_OK, true, 1, {"Home"}}, "RasGetEntryDialParamsA(Home)=0;RasDialA(Home,user of Home)=0;", ""},
         {book, {"Office"}, {}, 1, "Office", false, false, false, {S_OK, false, 0, {"Office"}}, nullptr, ""},
         {book, {}, {}, 1, "Nowhere", true, false, false, {S_FALSE, false, 0, {}}, nullptr, kConnect + kNotFound},
@@ -391,7 +335,6 @@ TEST_F(Session, ManagerDialGivesItsStatusAndAsksThePlatformAccordingly)
         HRESULT status = E_UNEXPECTED;
         EXPECT_EQ(logLine.empty() ? 0 : 1, LinesOf(logLine, [&] { status = Manager().Connect(entry, window, interactive, dialog); }));
         EXPECT_EQ(outcome, std::make_tuple(status, Manager::ConnectionOwned(), Dials(), Connected())) << entry << logLine;
-        EXPECT_EQ(0u, Manager::DialConnection());
         EXPECT_TRUE(!journal || (*journal ? Journal(si::kRasKey).find(journal) != std::string::npos : Journal(si::kRasKey).empty()))
             << Journal(si::kRasKey);
         char shown[96] = "";

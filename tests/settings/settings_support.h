@@ -1,24 +1,37 @@
 // What the settings tests share: registry keys saved and put back, the stand-ins' controls and journals,
-// a fixture for everything that dials, a record as one printable tuple, and runs under other Windows versions.
+// a record as one printable tuple, and runs under other Windows versions.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
+#include <shlobj.h>
+#include <wininet.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "common/test_util.h"
+#include "host/root_object.h"
 #include "host/status.h"
-#include "settings/config_data.h"
 #include "settings/config_keys.h"
 #include "settings/connection_manager.h"
 #include "settings/connection_state.h"
+#include "settings/network_alive.h"
+#include "settings/registry_text.h"
+#include "settings/session_connection.h"
+#include "settings/system_proxy.h"
+#include "settings/xml_config_manager.h"
 #include "tests/doubles/rasapi32/standin_registry.h"
+#include "vfc/bstr.h"
+#include "vfc/com_ptr.h"
 #include "vfc/text.h"
 
 namespace vn_settings_test {
@@ -98,31 +111,6 @@ inline int Count(const std::string& text, const std::string& part)
     return count;
 }
 inline int Calls(const char* key, const std::string& call) { return Count(Journal(key), call); }
-
-// The stand-ins start clean; at the end a link this process still owns is hung up and the connection state dropped.
-class TDialFixture : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ResetStandIns();
-        CVnConnectionState::DestroyInstance();
-        ASSERT_FALSE(CVnLinkhostConnectionManager::ConnectionOwned()) << "an earlier test left a dial behind";
-    }
-    void TearDown() override
-    {
-        State().m_bDialed = false;
-        CVnConnectionState::DestroyInstance();
-        ResetStandIns();
-        Entries({"Office", "Home"});
-        Connected({"Office", "Home"});
-        for (const char* entry : {"Office", "Home"})
-            if (CVnLinkhostConnectionManager::ConnectionOwned())
-                CVnLinkhostConnectionManager().DisconnectEntry(entry);
-        EXPECT_FALSE(CVnLinkhostConnectionManager::ConnectionOwned()) << "a dial of this test is still owned";
-        ResetStandIns();
-    }
-    static CVnConnectionState& State() { return *CVnConnectionState::getInstance(); }
-};
 
 inline auto Fields(const CConfigData& d)
 {
