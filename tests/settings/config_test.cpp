@@ -175,7 +175,7 @@ TEST_F(ConfigFile, TextOrFileIsLaidOverTheRecordElementByElementAndTheRootObject
               manager.LoadConfiguration(&missing), manager.SaveConfiguration(nullptr)));
 }
 
-TEST_F(ConfigFile, RoamingFileIsReadAndCopiedIntoTheLocalFolderAndNeverTouched)
+TEST_F(ConfigFile, RoamingFileIsCopiedIntoTheLocalFolderAndMissingOrUnwritableFilesGiveStatusOneWithAWarning)
 {
     const std::string roaming = "<VnLinkhostConfig><Proxy useSystemProxy = \"false\"><Mode>2</Mode>"
                                 "<Address>roaming.example</Address><Port>3130</Port></Proxy></VnLinkhostConfig>";
@@ -193,11 +193,8 @@ TEST_F(ConfigFile, RoamingFileIsReadAndCopiedIntoTheLocalFolderAndNeverTouched)
     EXPECT_EQ("local.example", data.m_ProxyAddress);
     EXPECT_EQ(Replace(roaming, "roaming.example", "changed.roaming"), Bytes(kSecondary));
     EXPECT_EQ(0, LogLines("Warning in method"));
-}
-
-TEST_F(ConfigFile, MissingOrUnwritableFilesGiveStatusOneWithAWarning)
-{
-    CConfigData data = Unusual();
+    data = Unusual();
+    RemovePath(kPrimary), RemovePath(kSecondary);
     EXPECT_EQ(S_FALSE, Load(data));
     EXPECT_EQ(Fields(Unusual()), Fields(data));
     EXPECT_EQ(std::make_tuple(1, 1), std::make_tuple(LogLines("Warning in method"), LogLines(kCannotOpenFile)));
@@ -223,55 +220,47 @@ std::wstring Get(const CConfigData& data, const std::wstring& key, HRESULT expec
     return value;
 }
 
-TEST(ConfigKeys, EveryKeyReachesItsOwnFieldAndReadsBackAsText)
+TEST(ConfigKeys, ReachTheirOwnFieldsAsTextAndUnknownKeysFailWithALine)
 {
-    const wchar_t* const keys[][3] = {  // key, text of the default, a value
-        {L"dialup/mode", L"1", L"2"}, {L"dialup/dialConnectionName", L"", L"B\u00FCro"}, {L"dialup/useSystemConnection", L"true", L"true"},
-        {L"proxy/useSystemProxy", L"true", L"true"}, {L"proxy/skipHeadAuth", L"false", L"true"}, {L"proxy/mode", L"0", L"3"},
-        {L"proxy/noLocal", L"true", L"true"}, {L"proxy/address", L"proxy", L"cache.example"}, {L"proxy/port", L"8080", L"3128"},
-        {L"proxy/exclude", L"localhost", L"a;b"}, {L"proxy/script", L"", L"http://wpad/x.pac"}};
-    CConfigData data, expected;  // zeroed
-    for (auto& k : keys) {
-        EXPECT_EQ(k[1], Get(Defaults(), k[0]));
-        ASSERT_EQ(S_OK, vn_config::SetValue(data, k[0], k[2]));
-        EXPECT_EQ(k[2], Get(data, k[0]));
+    // Key, its text in a record of defaults, a value set, the text then read (null: status 1). Integers take the
+    // leading number; one of more than nine characters can't be read back, though the record keeps it. Booleans are
+    // true only for the exact word. The first eleven rows go onto one zeroed record, each to its own field.
+    const wchar_t* const keys[][4] = {
+        {L"dialup/mode", L"1", L"2", L"2"}, {L"dialup/dialConnectionName", L"", L"B\u00FCro", L"B\u00FCro"},
+        {L"dialup/useSystemConnection", L"true", L"true", L"true"}, {L"proxy/useSystemProxy", L"true", L"true", L"true"},
+        {L"proxy/skipHeadAuth", L"false", L"true", L"true"}, {L"proxy/mode", L"0", L"3", L"3"}, {L"proxy/noLocal", L"true", L"true", L"true"},
+        {L"proxy/address", L"proxy", L"cache.example", L"cache.example"}, {L"proxy/port", L"8080", L"3128", L"3128"},
+        {L"proxy/exclude", L"localhost", L"a;b", L"a;b"}, {L"proxy/script", L"", L"http://wpad/x.pac", L"http://wpad/x.pac"},
+        {L"proxy/port", L"8080", L"12abc", L"12"}, {L"proxy/port", L"8080", L"abc", L"0"}, {L"proxy/port", L"8080", L"-99999999", L"-99999999"},
+        {L"proxy/port", L"8080", L"1000000000", nullptr}, {L"proxy/port", L"8080", L"-100000000", nullptr},
+        {L"proxy/noLocal", L"true", L"TRUE", L"false"}};
+    CConfigData all, expected;
+    for (size_t i = 0; i < std::size(keys); ++i) {
+        const auto& [key, byDefault, value, back] = keys[i];
+        CConfigData data = Defaults();
+        EXPECT_EQ(byDefault, Get(data, key));
+        ASSERT_EQ(S_OK, vn_config::SetValue(i < 11 ? all : data, key, value));
+        ASSERT_EQ(S_OK, vn_config::SetValue(data, key, value));
+        EXPECT_EQ(back ? back : L"<untouched>", Get(data, key, back ? S_OK : S_FALSE));
+        EXPECT_TRUE(back || Get(data, L"_xmlconfig").find(L"<Port>" + std::wstring(value) + L"</Port>") != std::wstring::npos);
     }
     expected.m_DialMode = 2, expected.m_DefaultConnection = "B\xFCro", expected.m_ProxyMode = 3;  // narrowed to ANSI
     expected.m_UseSystemConnection = expected.m_UseSystemProxy = expected.m_SkipHeadAuth = expected.m_ProxyNoLocal = true;
-    expected.m_ProxyAddress = "cache.example", expected.m_ProxyPort = 3128, expected.m_ProxyExclude = "a;b";
-    expected.m_ProxyScript = "http://wpad/x.pac";
-    EXPECT_EQ(Fields(expected), Fields(data));
+    expected.m_ProxyAddress = "cache.example", expected.m_ProxyPort = 3128, expected.m_ProxyExclude = "a;b", expected.m_ProxyScript = "http://wpad/x.pac";
+    EXPECT_EQ(Fields(expected), Fields(all));
 
-    // Integers take the leading number; a number of more than nine characters
-    // can't be read through the key and stays in the record all the same.
-    // Booleans are true only for the exact word.
-    const wchar_t* const values[][3] = {{L"proxy/port", L"12abc", L"12"}, {L"proxy/port", L"abc", L"0"},
-        {L"proxy/port", L"-99999999", L"-99999999"}, {L"proxy/port", L"1000000000", nullptr}, {L"proxy/port", L"-100000000", nullptr},
-        {L"proxy/useSystemProxy", L"TRUE", L"false"}, {L"proxy/useSystemProxy", L"true", L"true"}};
-    for (auto& v : values) {
-        data = Defaults(), data.m_UseSystemProxy = false;
-        ASSERT_EQ(S_OK, vn_config::SetValue(data, v[0], v[1]));
-        EXPECT_EQ(v[2] ? v[2] : L"<untouched>", Get(data, v[0], v[2] ? S_OK : S_FALSE));
-        EXPECT_TRUE(v[2] || Get(data, L"_xmlconfig").find(L"<Port>" + std::wstring(v[1]) + L"</Port>") != std::wstring::npos);
-    }
-}
-
-TEST(ConfigKeys, UnknownKeysFailWithALineAndUnknownWordsOfTheSystemFamiliesAreEmpty)
-{
     CConfigData data = Defaults();
-    const std::string unknown = "in method [CVnLinkhostObject::%sConfigurationValue]. Message: Unknown configuration parameter";
+    const std::string unknown = "Error in method [CVnLinkhostObject::%sConfigurationValue]. Message: Unknown configuration parameter";
     size_t log = vn_test::LogSize();
     for (const wchar_t* key : {L"Proxy/mode", L"proxy/mode ", L"_XmlConfig", L"ie/other/mode", L"ie/proxy", L"IE/proxy/mode-auto"})
         EXPECT_EQ(L"<untouched>", Get(data, key, E_INVALIDARG));
-    EXPECT_EQ(6, vn_test::CountLogLinesSince(log, "Error " + Replace(unknown, "%s", "Get")));
-    for (const wchar_t* key : {L"ie/proxy/colour", L"ie/dialup/colour", L"ie/proxy/"})
+    EXPECT_EQ(6, vn_test::CountLogLinesSince(log, Replace(unknown, "%s", "Get")));
+    for (const wchar_t* key : {L"ie/proxy/colour", L"ie/dialup/colour", L"ie/proxy/"})  // the system families
         EXPECT_EQ(L"", Get(data, key));
-    // The system families are read-only: setting one is an unknown key.
     log = vn_test::LogSize();
-    for (const wchar_t* key : {L"proxy/skip-head-authentication", L"_xmlconfig ", L"ie/proxy/address", L"ie/dialup/mode"})
+    for (const wchar_t* key : {L"proxy/skip-head-authentication", L"_xmlconfig ", L"ie/proxy/address", L"ie/dialup/mode"})  // read-only
         EXPECT_EQ(E_INVALIDARG, vn_config::SetValue(data, key, L"<c><Proxy><Port>1</Port></Proxy></c>"));
-    EXPECT_EQ(Fields(Defaults()), Fields(data));
-    EXPECT_EQ(4, vn_test::CountLogLinesSince(log, "Error " + Replace(unknown, "%s", "Set")));
+    EXPECT_EQ(std::make_tuple(Fields(Defaults()), 4), std::make_tuple(Fields(data), vn_test::CountLogLinesSince(log, Replace(unknown, "%s", "Set"))));
 }
 
 TEST(ConfigKeys, XmlConfigIsTheFileTextAndIsLaidOverTheRecord)
