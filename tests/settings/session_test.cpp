@@ -66,25 +66,7 @@ TEST(SessionRules, WhatThePlatformMayAnswerBecomesTheProxyFieldsAndTheIeProxyTex
     }
 }
 
-TEST(SessionRules, RegistryReaderGivesStringsDoubleWordsAndBinariesAsText)
-{
-    const char* const kScratch = "Software\\VnLinkhostTest\\RegistryReader";
-    std::vector<BYTE> wraps(34), last(512);
-    wraps[32] = wraps[33] = last[511] = 1;  // each byte is shifted by its index in bits, the index modulo 32
-    const std::tuple<DWORD, std::vector<BYTE>, const char*> cases[] = {
-        {REG_DWORD, {255, 255, 255, 255}, "4294967295"}, {REG_SZ, {'O', 'n', 'e', 0}, "One"}, {REG_BINARY, {3, 3, 3}, "21"},
-        {REG_BINARY, wraps, "3"}, {REG_BINARY, last, "2147483648"}, {REG_BINARY, std::vector<BYTE>(513, 1), ""},
-        {REG_SZ, std::vector<BYTE>(600, 'x'), ""}, {REG_EXPAND_SZ, {'%', 'T', '%', 0}, ""}};
-    for (auto& [type, data, text] : cases) {
-        SetReg(kScratch, "v", type, data.data(), data.size());
-        EXPECT_EQ(text, vn_settings::RegistryValueText(HKEY_CURRENT_USER, kScratch, "v")) << data.size();
-    }
-    EXPECT_EQ("", vn_settings::RegistryValueText(HKEY_CURRENT_USER, kScratch, "absent"));
-    ::RegDeleteTreeA(HKEY_CURRENT_USER, kScratch);
-    EXPECT_EQ("", vn_settings::RegistryValueText(HKEY_CURRENT_USER, kScratch, "v"));
-}
-
-// The prefix's settings are put back after each test, and a link this process still owns is hung up.
+// The prefix's settings are removed after each test, and a link this process still owns is hung up.
 class Session : public testing::Test {
 protected:
     void SetUp() override
@@ -106,12 +88,14 @@ protected:
         Manager().DisconnectEntry("Office"), Manager().DisconnectEntry("Home");
         EXPECT_FALSE(Manager::ConnectionOwned()) << "a dial of this test is still owned";
         ResetStandIns();
+        for (const char* name : {"ProxyEnable", "ProxyServer", "ProxyOverride", "EnableAutodial", "NoNetAutodial"})
+            SetReg(kInternetSettings, name, 0, nullptr, 0);
+        SetText("RemoteAccess", "InternetProfile", nullptr), SetText("Software\\Microsoft\\RAS AutoDial\\Default", "DefaultInternet", nullptr);
     }
     static CVnConnectionState& State() { return *CVnConnectionState::getInstance(); }
     HRESULT Prepare() { return CVnSessionConnection(&m_work).PrepareConfigData(m_record); }
     HRESULT Check() { return CVnSessionConnection(&m_work).CheckConnection(m_work, nullptr); }
 
-    TKeySaved m_settings{kInternetSettings}, m_profile{"RemoteAccess"}, m_autoDial{"Software\\Microsoft\\RAS AutoDial"};
     CConfigData m_record, m_work;
 };
 
@@ -146,8 +130,18 @@ TEST_F(Session, FailedProxyQueryLeavesTheRecordsProxyAndFailsOnlyWithoutTheDialS
 {
     const size_t log = vn_test::LogSize();
     {
-        TKeySaved removed(kInternetSettings, true);
-        ASSERT_TRUE(removed.removed);
+        // The internet settings key is moved aside, so that the platform can't answer the query at all.
+        struct TPutBack {
+            HKEY aside = nullptr;
+            ~TPutBack()
+            {
+                HKEY settings = nullptr;
+                ::RegCreateKeyA(HKEY_CURRENT_USER, kInternetSettings, &settings), ::RegCopyTreeA(aside, nullptr, settings);
+                ::RegCloseKey(settings), ::RegCloseKey(aside), ::RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\VnLinkhostTest\\Aside");
+            }
+        } putBack;
+        ASSERT_EQ(0, ::RegCreateKeyA(HKEY_CURRENT_USER, "Software\\VnLinkhostTest\\Aside", &putBack.aside));
+        ASSERT_TRUE(!::RegCopyTreeA(HKEY_CURRENT_USER, kInternetSettings, putBack.aside) && !::RegDeleteTreeA(HKEY_CURRENT_USER, kInternetSettings));
         EXPECT_EQ(E_FAIL, Prepare());
         EXPECT_EQ(Fields(m_record), Fields(m_work));
         m_record.m_UseSystemConnection = true;
@@ -178,7 +172,7 @@ TEST_F(Session, SettingsReadFromTheSystemAreTracedAndNeverReachTheLog)
         EXPECT_EQ(std::string::npos, text.find(traced)) << traced;
 }
 
-TEST_F(Session, DialModeIsTheSumOfTheTwoAutodialValuesWhateverTheirType)
+TEST_F(Session, DialModeIsTheSumOfTheTwoAutodialValuesAsTheRegistryReaderGivesThem)
 {
     int mode = -1;
     for (auto& [enable, noNet, expected, word] : {std::make_tuple(-1, -1, DialNever, "never"), std::make_tuple(0, 1, DialAlways, "always"),
@@ -188,10 +182,21 @@ TEST_F(Session, DialModeIsTheSumOfTheTwoAutodialValuesWhateverTheirType)
         EXPECT_EQ(S_OK, CVnSessionConnection::GetIEDialMode(mode));
         EXPECT_EQ(std::make_tuple(int(expected), std::string(word)), std::make_tuple(mode, Key("ie/dialup/mode")));
     }
+    WriteAutodial(-1, -1);
     SetReg(kInternetSettings, "EnableAutodial", REG_BINARY, "\x00\x01", 2);  // 2; read as 256 it would be DialNever
-    SetText(kInternetSettings, "NoNetAutodial", "0");
-    EXPECT_EQ(S_OK, CVnSessionConnection::GetIEDialMode(mode));
-    EXPECT_EQ(DialRequired, mode);
+    EXPECT_EQ(std::make_tuple(S_OK, int(DialRequired)), std::make_tuple(CVnSessionConnection::GetIEDialMode(mode), mode));
+    // The reader shifts each byte of a binary by its index in bits, modulo 32; it reads at most 512 bytes, and no other types.
+    std::vector<BYTE> wraps(34), last(512);
+    wraps[32] = wraps[33] = last[511] = 1;
+    for (auto& [type, data, text] : {std::make_tuple(REG_DWORD, std::vector<BYTE>{255, 255, 255, 255}, "4294967295"),
+             std::make_tuple(REG_SZ, std::vector<BYTE>{'O', 'n', 'e', 0}, "One"), std::make_tuple(REG_BINARY, std::vector<BYTE>{3, 3, 3}, "21"),
+             std::make_tuple(REG_BINARY, wraps, "3"), std::make_tuple(REG_BINARY, last, "2147483648"),
+             std::make_tuple(REG_BINARY, std::vector<BYTE>(513, 1), ""), std::make_tuple(REG_SZ, std::vector<BYTE>(600, 'x'), ""),
+             std::make_tuple(REG_EXPAND_SZ, std::vector<BYTE>{'%', 0}, "")}) {
+        SetReg(kInternetSettings, "EnableAutodial", type, data.data(), data.size());
+        EXPECT_EQ(text, vn_settings::RegistryValueText(HKEY_CURRENT_USER, kInternetSettings, "EnableAutodial")) << data.size();
+    }
+    EXPECT_EQ("", vn_settings::RegistryValueText(HKEY_CURRENT_USER, "Software\\VnLinkhostTest\\None", "v"));
 }
 
 // Checked against the platform version this process sees; the test after it

@@ -1,4 +1,4 @@
-// What the settings tests share: registry keys saved and put back, the stand-ins' controls and journals,
+// What the settings tests share: registry values, the stand-ins' controls and journals,
 // a record as one printable tuple, and runs under other Windows versions.
 #pragma once
 
@@ -58,34 +58,6 @@ inline void WriteAutodial(int enable, int noNet)  // a negative value is removed
     SetReg(kInternetSettings, "EnableAutodial", REG_DWORD, enable < 0 ? nullptr : &enable, 4);
     SetReg(kInternetSettings, "NoNetAutodial", REG_DWORD, noNet < 0 ? nullptr : &noNet, 4);
 }
-
-// A key of HKCU copied aside and put back as it was at the end of a scope; with `remove` it is gone meanwhile.
-class TKeySaved {
-public:
-    explicit TKeySaved(const std::string& key, bool remove = false) : m_key(key), m_copy("Software\\VnLinkhostTest\\Saved\\" + key)
-    {
-        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_copy.c_str());
-        HKEY source = nullptr, copy = nullptr;
-        m_existed = !::RegOpenKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, KEY_READ, &source) &&
-                    !::RegCreateKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy) && !::RegCopyTreeA(source, nullptr, copy);
-        ::RegCloseKey(source), ::RegCloseKey(copy);
-        removed = remove && m_existed && !::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());
-    }
-    ~TKeySaved()
-    {
-        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_key.c_str());
-        HKEY key = nullptr, copy = nullptr;
-        if (m_existed && !::RegCreateKeyA(HKEY_CURRENT_USER, m_key.c_str(), &key) && !::RegOpenKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy))
-            ::RegCopyTreeA(copy, nullptr, key);
-        ::RegCloseKey(key), ::RegCloseKey(copy);
-        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_copy.c_str());
-    }
-    bool removed = false;
-
-private:
-    std::string m_key, m_copy;
-    bool m_existed = false;
-};
 
 // The stand-ins' controls. With none set the machine has RAS with an empty phone book, and a live LAN.
 inline void ResetStandIns(const char* value = nullptr)  // all controls, or one value of each stand-in
