@@ -1,5 +1,4 @@
-// What the settings tests share: registry values, the stand-ins' controls and journals,
-// a record as one printable tuple, and runs under other Windows versions.
+// What the settings tests share: registry values, the stand-ins' controls and journals, other Windows versions.
 #pragma once
 
 #include <gtest/gtest.h>
