@@ -144,7 +144,6 @@ TEST(ProxyLogin, IsFoundWhereTheModeSaysAndPutOnTheRequest)
         }
         Forget(proxy);
     }
-    // No handle or no name asks nobody; an option the handle refuses is given back with its line.
     const std::string proxy = UniqueName("edge-proxy");
     std::string login, password;
     TRequest request;
@@ -168,7 +167,6 @@ TEST(ServerLogin, GivenLoginIsSetUnlessTheModeOrItsAbsenceAsksTheUser)
         {1, "given", kRetry, false, {kRetry, 0, "given", "given"}},
         {2, "given", kRetry, false, {0, 0, "given", "given"}},
         {0, "given", kRetry, true, {kRetry, 1, "typed", "typed"}},
-        {1, "", kRetry, false, {kRetry, 1, "typed", "typed"}},
         {2, "", kRetry, false, {kRetry, 1, "typed", "typed"}},
         {0, "given", ERROR_CANCELLED, false, {LONG(VN_E_SERVER_LOGIN_CANCELLED), 1, "given", ""}},
         {0, "given", ERROR_SUCCESS, false, {0, 1, "given", ""}},  // any other answer is given back
@@ -185,7 +183,6 @@ TEST(ServerLogin, GivenLoginIsSetUnlessTheModeOrItsAbsenceAsksTheUser)
         EXPECT_TRUE(!dialog.calls || dialog.last == std::make_tuple(fromClient ? client : ::GetDesktopWindow(), request.get(),
                                                                    DWORD(ERROR_INTERNET_INCORRECT_PASSWORD), 7ul, false, 0ul));
     }
-    // No handle asks nobody; a login the handle refuses is given back with its line.
     TRequest request;
     TScriptedDialog dialog(kRetry, "typed", false);
     std::string login = "user", password = "secret";

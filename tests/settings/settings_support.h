@@ -1,4 +1,4 @@
-// What the settings tests share: registry values, the stand-ins' controls and journals, other Windows versions.
+// What the settings tests share: registry values, the stand-ins' controls and journals, a record as a tuple.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,7 +8,6 @@
 #include <wininet.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -64,7 +63,6 @@ inline void ResetStandIns(const char* value = nullptr)  // all controls, or one 
     for (const char* key : {si::kRasKey, si::kRasdlgKey, si::kSensapiKey})
         value ? ::RegDeleteKeyValueA(HKEY_CURRENT_USER, key, value) : ::RegDeleteTreeA(HKEY_CURRENT_USER, key);
 }
-inline void ClearJournals() { ResetStandIns(si::kCalls); }
 inline void Entries(const std::vector<std::string>& names) { si::WriteList(si::kRasKey, "Entries", names); }
 inline void Connected(const std::vector<std::string>& names) { si::WriteList(si::kRasKey, "Connected", names); }
 inline std::vector<std::string> Connected() { return si::ReadList(si::kRasKey, "Connected"); }
@@ -93,30 +91,6 @@ inline CConfigData Defaults()
     CConfigData data;
     data.SetDefaults();
     return data;
-}
-
-// The platform version this process sees, "major.minor.platform", also printed for a parent.
-inline std::string PrintedVersion()
-{
-    OSVERSIONINFOA i = {sizeof i, 0, 0, 0, 0, {}};
-    ::GetVersionExA(&i);
-    const std::string version = std::to_string(i.dwMajorVersion) + "." + std::to_string(i.dwMinorVersion) + "." + std::to_string(i.dwPlatformId);
-    std::printf("version=%s\n", version.c_str());
-    return version;
-}
-
-// Runs one test of this program in a child that the prefix gives a Windows version; true when it saw it and passed.
-inline bool PassesUnderVersion(const std::string& wineVersion, const std::string& version, const std::string& test)
-{
-    char path[MAX_PATH] = {};
-    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    const std::string program = path, key = "Software\\Wine\\AppDefaults\\" + program.substr(program.rfind('\\') + 1);
-    SetText(key.c_str(), "Version", wineVersion.c_str());
-    std::string output;
-    vn_test::RunCapture("\"" + program + "\" --gtest_filter=" + test, output, 60000);
-    ::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());
-    EXPECT_NE(std::string::npos, output.find("version=" + version)) << output;
-    return output.find("[  PASSED  ] 1 test.") != std::string::npos;
 }
 
 }  // namespace vn_settings_test
