@@ -1,24 +1,35 @@
-// What the settings tests share: registry keys saved and put back, the stand-ins' controls and journals,
-// a fixture for everything that dials, a record as one printable tuple, and runs under other Windows versions.
+// What the settings tests share: registry values, the stand-ins' controls and journals, a record as a tuple.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
+#include <shlobj.h>
+#include <wininet.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "common/test_util.h"
+#include "host/root_object.h"
 #include "host/status.h"
-#include "settings/config_data.h"
 #include "settings/config_keys.h"
 #include "settings/connection_manager.h"
 #include "settings/connection_state.h"
+#include "settings/network_alive.h"
+#include "settings/registry_text.h"
+#include "settings/session_connection.h"
+#include "settings/system_proxy.h"
+#include "settings/xml_config_manager.h"
 #include "tests/doubles/rasapi32/standin_registry.h"
+#include "vfc/bstr.h"
+#include "vfc/com_ptr.h"
 #include "vfc/text.h"
 
 namespace vn_settings_test {
@@ -46,41 +57,12 @@ inline void WriteAutodial(int enable, int noNet)  // a negative value is removed
     SetReg(kInternetSettings, "NoNetAutodial", REG_DWORD, noNet < 0 ? nullptr : &noNet, 4);
 }
 
-// A key of HKCU copied aside and put back as it was at the end of a scope; with `remove` it is gone meanwhile.
-class TKeySaved {
-public:
-    explicit TKeySaved(const std::string& key, bool remove = false) : m_key(key), m_copy("Software\\VnLinkhostTest\\Saved\\" + key)
-    {
-        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_copy.c_str());
-        HKEY source = nullptr, copy = nullptr;
-        m_existed = !::RegOpenKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, KEY_READ, &source) &&
-                    !::RegCreateKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy) && !::RegCopyTreeA(source, nullptr, copy);
-        ::RegCloseKey(source), ::RegCloseKey(copy);
-        removed = remove && m_existed && !::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());
-    }
-    ~TKeySaved()
-    {
-        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_key.c_str());
-        HKEY key = nullptr, copy = nullptr;
-        if (m_existed && !::RegCreateKeyA(HKEY_CURRENT_USER, m_key.c_str(), &key) && !::RegOpenKeyA(HKEY_CURRENT_USER, m_copy.c_str(), &copy))
-            ::RegCopyTreeA(copy, nullptr, key);
-        ::RegCloseKey(key), ::RegCloseKey(copy);
-        ::RegDeleteTreeA(HKEY_CURRENT_USER, m_copy.c_str());
-    }
-    bool removed = false;
-
-private:
-    std::string m_key, m_copy;
-    bool m_existed = false;
-};
-
 // The stand-ins' controls. With none set the machine has RAS with an empty phone book, and a live LAN.
 inline void ResetStandIns(const char* value = nullptr)  // all controls, or one value of each stand-in
 {
     for (const char* key : {si::kRasKey, si::kRasdlgKey, si::kSensapiKey})
         value ? ::RegDeleteKeyValueA(HKEY_CURRENT_USER, key, value) : ::RegDeleteTreeA(HKEY_CURRENT_USER, key);
 }
-inline void ClearJournals() { ResetStandIns(si::kCalls); }
 inline void Entries(const std::vector<std::string>& names) { si::WriteList(si::kRasKey, "Entries", names); }
 inline void Connected(const std::vector<std::string>& names) { si::WriteList(si::kRasKey, "Connected", names); }
 inline std::vector<std::string> Connected() { return si::ReadList(si::kRasKey, "Connected"); }
@@ -99,31 +81,6 @@ inline int Count(const std::string& text, const std::string& part)
 }
 inline int Calls(const char* key, const std::string& call) { return Count(Journal(key), call); }
 
-// The stand-ins start clean; at the end a link this process still owns is hung up and the connection state dropped.
-class TDialFixture : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ResetStandIns();
-        CVnConnectionState::DestroyInstance();
-        ASSERT_FALSE(CVnLinkhostConnectionManager::ConnectionOwned()) << "an earlier test left a dial behind";
-    }
-    void TearDown() override
-    {
-        State().m_bDialed = false;
-        CVnConnectionState::DestroyInstance();
-        ResetStandIns();
-        Entries({"Office", "Home"});
-        Connected({"Office", "Home"});
-        for (const char* entry : {"Office", "Home"})
-            if (CVnLinkhostConnectionManager::ConnectionOwned())
-                CVnLinkhostConnectionManager().DisconnectEntry(entry);
-        EXPECT_FALSE(CVnLinkhostConnectionManager::ConnectionOwned()) << "a dial of this test is still owned";
-        ResetStandIns();
-    }
-    static CVnConnectionState& State() { return *CVnConnectionState::getInstance(); }
-};
-
 inline auto Fields(const CConfigData& d)
 {
     return std::make_tuple(d.m_UseSystemProxy, d.m_ProxyMode, d.m_ProxyAddress, d.m_ProxyPort, d.m_ProxyExclude, d.m_ProxyNoLocal,
@@ -134,30 +91,6 @@ inline CConfigData Defaults()
     CConfigData data;
     data.SetDefaults();
     return data;
-}
-
-// The platform version this process sees, "major.minor.platform", also printed for a parent.
-inline std::string PrintedVersion()
-{
-    OSVERSIONINFOA i = {sizeof i, 0, 0, 0, 0, {}};
-    ::GetVersionExA(&i);
-    const std::string version = std::to_string(i.dwMajorVersion) + "." + std::to_string(i.dwMinorVersion) + "." + std::to_string(i.dwPlatformId);
-    std::printf("version=%s\n", version.c_str());
-    return version;
-}
-
-// Runs one test of this program in a child that the prefix gives a Windows version; true when it saw it and passed.
-inline bool PassesUnderVersion(const std::string& wineVersion, const std::string& version, const std::string& test)
-{
-    char path[MAX_PATH] = {};
-    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    const std::string program = path, key = "Software\\Wine\\AppDefaults\\" + program.substr(program.rfind('\\') + 1);
-    SetText(key.c_str(), "Version", wineVersion.c_str());
-    std::string output;
-    vn_test::RunCapture("\"" + program + "\" --gtest_filter=" + test, output, 60000);
-    ::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());
-    EXPECT_NE(std::string::npos, output.find("version=" + version)) << output;
-    return output.find("[  PASSED  ] 1 test.") != std::string::npos;
 }
 
 }  // namespace vn_settings_test
