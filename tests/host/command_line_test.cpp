@@ -18,10 +18,7 @@ std::string Choose(const char* commandLine)
 {
     const TCommandLineChoice choice = ChooseRole(commandLine);
     const char* const outcomes[] = {"Help", "Bad: ", "Leftover", "NoRole", "Role "};
-    std::string text = outcomes[choice.outcome];
-    if (choice.outcome == TCommandLineChoice::Role)
-        return text + std::to_string(choice.role);
-    return choice.role == RoleNone ? text + choice.errorMessage : text + " with a role";
+    return outcomes[choice.outcome] + choice.errorMessage + (choice.role ? std::to_string(choice.role) : "");
 }
 
 std::vector<std::string> g_boxes;  // "title|type|text" of each box shown
@@ -44,7 +41,7 @@ const std::string kUsage =
 
 TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
 {
-    std::string words, many;
+    std::string words, many;  // more words than the vector holds
     for (int i = 0; i < 300; ++i)
         words += " w", many += " -e";
     const struct {
@@ -53,21 +50,15 @@ TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
     } rows[] = {
         {"Role 6", {"-Embedding", "/Embedding", "--embedding", "-EMBEDDING", "-emb", "-e", "--e", "-ce", "/c/e", "\"-e\""}},
         {"Role 4", {"/RegServer", "-regserver", "--REGSERVER", "-RegS", "-c /RegServer"}},
-        {"Role 5", {"/UnregServer", "-unregserver"}},
         {"Role 2", {"--register", "-register", "-regi", "-r", "/r", "-u -r", "-r --"}},
         {"Role 3", {"--unregister", "-u", "--unregi", "-r -u", "/UnregServer -u"}},
         {"Role 8", {"--k", "-k", "'--kill'", "-rk", "-c\t\t-k"}},  // "rk" is no name: 'r', then "k" for "kill"
-        {"Role 1", {"--c", "-c", "/Configure", "/RegServer -c"}},
-        {"Role 7", {"--s", "--service", "-s", "/SERVICE"}},
-        {"Help", {"-h", "--h", "/HELP", "-h -x", "-e -h --reg", "/h/c", "-h foo"}},
-        {"Bad: option '--reg' is ambiguous", {"--reg"}},
-        {"Bad: option '--un' is ambiguous", {"--un"}},
-        {"Bad: option '-re' is ambiguous", {"-re"}},
-        {"Bad: option '-u' is ambiguous", {"-ru"}},
-        {"Bad: option '-R' is ambiguous", {"-R"}},
-        {"Bad: unrecognized option '-x'", {"-x", "-x -h"}},
-        {"Bad: unrecognized option '/x'", {"/x"}},
-        {"Bad: unrecognized option '--bogus'", {"-e --bogus -x"}},
+        {"Role 1", {"--c", "-c", "/Configure", "/RegServer -c"}}, {"Role 5", {"/UnregServer", "-unregserver"}},
+        {"Role 7", {"--s", "--service", "-s", "/SERVICE"}}, {"Help", {"-h", "--h", "/HELP", "-h -x", "-e -h --reg", "/h/c", "-h foo"}},
+        {"Bad: option '--reg' is ambiguous", {"--reg"}}, {"Bad: option '--un' is ambiguous", {"--un"}},
+        {"Bad: option '-re' is ambiguous", {"-re"}}, {"Bad: option '-u' is ambiguous", {"-ru"}},
+        {"Bad: option '-R' is ambiguous", {"-R"}}, {"Bad: unrecognized option '/x'", {"/x"}},
+        {"Bad: unrecognized option '-x'", {"-x", "-x -h"}}, {"Bad: unrecognized option '--bogus'", {"-e --bogus -x"}},
         {"Bad: unrecognized option '--embeddings'", {"--embeddings"}},
         {"Bad: option '--help' doesn't allow an argument", {"--help=x"}},
         {"Bad: option '/kill' doesn't allow an argument", {"/kill=now"}},
@@ -87,31 +78,23 @@ TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
     EXPECT_EQ("Leftover", Choose(nullptr));
 }
 
-TEST(CommandLineBoxes, EachRefusalShowsTheUsageWithItsErrorLineAndFails)
+TEST(CommandLineBoxes, RefusalsShowTheUsageWithTheirErrorLineAndRolesTheirResult)
 {
     TScopedSeam<decltype(VnPlatformSeams::MessageBoxA)> seam(PlatformSeams().MessageBoxA, CaptureBox);
-    const char* const rows[][2] = {
-        {"VnLinkhost.exe",
-         " ERROR: Please specify either --configure, --register, --unregister --embedding or --service or --kill\n"},
-        {"VnLinkhost.exe -h -x", ""},
-        {"VnLinkhost --reg", " ERROR: option '--reg' is ambiguous\n"},
-        {"VnLinkhost -x -h", " ERROR: unrecognized option '-x'\n"},
-        {"VnLinkhost foo -r", " ERROR: Unknown command line arguments provided\n"},
-        {"0VnLinkhost -r", " ERROR: Unknown command line arguments provided\n"},
-        {"\"C:\\no end -e", " ERROR: Unknown command line arguments provided\n"},
+    const std::string unknown = " ERROR: Unknown command line arguments provided\n";
+    const std::pair<const char*, std::string> rows[] = {
+        {"VnLinkhost.exe", " ERROR: Please specify either --configure, --register, --unregister --embedding or --service or --kill\n"},
+        {"VnLinkhost.exe -h -x", ""}, {"VnLinkhost --reg", " ERROR: option '--reg' is ambiguous\n"},
+        {"VnLinkhost -x -h", " ERROR: unrecognized option '-x'\n"}, {"VnLinkhost foo -r", unknown},
+        {"0VnLinkhost -r", unknown}, {"\"C:\\no end -e", unknown},
     };
     for (const auto& row : rows) {
         g_boxes.clear();
         HRESULT status = S_OK;
-        EXPECT_FALSE(Module().ParseCommandLine(row[0], status)) << row[0];
-        EXPECT_EQ(E_FAIL, status) << row[0];
-        EXPECT_EQ(std::vector<std::string>{kBox + row[1] + kUsage}, g_boxes) << row[0];
+        EXPECT_FALSE(Module().ParseCommandLine(row.first, status)) << row.first;
+        EXPECT_EQ(E_FAIL, status) << row.first;
+        EXPECT_EQ(std::vector<std::string>{kBox + row.second + kUsage}, g_boxes) << row.first;
     }
-}
-
-TEST(CommandLineBoxes, ReportResultShowsTheSystemTextTheUnknownErrorOrSuccess)
-{
-    TScopedSeam<decltype(VnPlatformSeams::MessageBoxA)> seam(PlatformSeams().MessageBoxA, CaptureBox);
     g_boxes.clear();
     ReportResult(static_cast<HRESULT>(0x8004DEAD), IDS_REGISTER_FAILED, IDS_REGISTER_OK);
     ReportResult(S_OK, IDS_UNREGISTER_FAILED, IDS_UNREGISTER_OK);
@@ -120,7 +103,7 @@ TEST(CommandLineBoxes, ReportResultShowsTheSystemTextTheUnknownErrorOrSuccess)
     ASSERT_EQ(3u, g_boxes.size());
     EXPECT_EQ(kBox + "Velorin Linkhost COM registration failed.\nERROR: Unknown system error - 2147802797.", g_boxes[0]);
     EXPECT_EQ(kBox + "Velorin Linkhost COM unregistration succeeded.", g_boxes[1]);
-    const std::string failed = kBox + "Velorin Linkhost COM service failed.\nERROR: ";
+    const std::string failed = kBox + "Velorin Linkhost COM service failed.\nERROR: ";  // and the system's text
     EXPECT_EQ(failed, g_boxes[2].substr(0, failed.size()));
     EXPECT_GT(g_boxes[2].size(), failed.size());
     EXPECT_EQ(std::string::npos, g_boxes[2].find("Unknown system error"));

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/event_fanout.h"
+#include "vfc/bstr.h"
 #include "vfc/com_object.h"
 
 namespace {
@@ -13,26 +14,23 @@ namespace {
 constexpr LONG kLeaveAlone = 0x7fffffff;
 
 // A sink that records its call and answers as told.
-class RecordingSink : public vfc::TComObject<RecordingSink, IVnLinkhostEventSink> {
-public:
+struct RecordingSink : vfc::TComObject<RecordingSink, IVnLinkhostEventSink> {
     static constexpr bool LocksModule = false;
     RecordingSink(std::string* calls, char id, HRESULT status, LONG answer)
-        : m_calls(calls), m_id(id), m_status(status), m_answer(answer)
+        : calls(calls), id(id), status(status), answer(answer)
     {
     }
     STDMETHODIMP OnEvent(VnLinkhostEventType, VARIANT, VnLinkhostEventResult* result) override
     {
-        *m_calls += m_id;
-        if (result && m_answer != kLeaveAlone)
-            *result = static_cast<VnLinkhostEventResult>(m_answer);
-        return m_status;
+        *calls += id;
+        if (result && answer != kLeaveAlone)
+            *result = static_cast<VnLinkhostEventResult>(answer);
+        return status;
     }
-
-private:
-    std::string* m_calls;
-    char m_id;
-    HRESULT m_status;
-    LONG m_answer;
+    std::string* calls;
+    char id;
+    HRESULT status;
+    LONG answer;
 };
 
 }  // namespace
@@ -64,12 +62,9 @@ TEST(EventFanout, SinksHearTheEventInOrderUntilOneFailsOrVetoesAQuery)
             sinks.emplace_back(raw);
             raw->Release();
         }
-        VARIANT parameter;
-        VariantInit(&parameter);
-        parameter.vt = VT_I4;
-        parameter.lVal = row.parameter;
+        vfc::TVariant parameter(row.parameter);
         auto result = static_cast<VnLinkhostEventResult>(0);
-        EXPECT_EQ(row.status, FanOutEvent(sinks, row.type, parameter, &result)) << row.calls;
+        EXPECT_EQ(row.status, FanOutEvent(sinks, row.type, *parameter, &result)) << row.calls;
         EXPECT_EQ(row.calls, calls);
         EXPECT_EQ(row.result, result) << row.calls;
     }

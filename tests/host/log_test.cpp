@@ -15,6 +15,7 @@
 #include "host/log.h"
 #include "host/logger.h"
 #include "host/module.h"
+#include "vfc/bstr.h"
 #include "vfc/com_ptr.h"
 
 namespace {
@@ -70,11 +71,8 @@ TEST(LogFile, LinesGoInWithTheirHeadAndTracesNever)
     vfc::TComPtr<CVnLogger> logger;
     logger.attach(raw);
     logger->SetName("Plug");
-    for (const wchar_t* text : {L"", L"ran 3 jobs"}) {
-        BSTR line = SysAllocString(text);
-        EXPECT_EQ(S_OK, logger->WriteLine(line));
-        SysFreeString(line);
-    }
+    for (const wchar_t* text : {L"", L"ran 3 jobs"})
+        EXPECT_EQ(S_OK, logger->WriteLine(vfc::TBstr(text).get()));
     EXPECT_EQ((std::vector<std::string>{"Error in method [CVnThing::Method]. Message: It broke. Error code: 80040202.",
                                         "Info about method [CVnThing::Get]. Message: url /a" + std::string(19, ' ') +
                                             "0x done 100% rate 0|",
@@ -130,10 +128,8 @@ TEST(LogEntry, HeadIsPaddedAndTheSecondPassReadsConversionsAsZeroOrEmpty)
 {
     const SYSTEMTIME t = {2026, 3, 0, 4, 5, 6, 9, 7};
     EXPECT_EQ("[2026-03-04 05:06:09.0007] pID 12 tID 345 hello", vn_log::BuildEntry(t, 12, 345, "hello"));
-    const char* const rows[][2] = {
-        {"plain", "plain"}, {"50%%", "50%"}, {"n=%d s=[%s] x=%02X", "n=0 s=[] x=00"}, {"big %I64d", "big 0"},
-        {"end%", "end"},
-    };
+    const char* const rows[][2] = {{"plain", "plain"}, {"50%%", "50%"}, {"n=%d s=[%s] x=%02X", "n=0 s=[] x=00"},
+                                   {"big %I64d", "big 0"}, {"end%", "end"}};
     for (const auto& row : rows)
         EXPECT_EQ(row[1], vn_log::FormatWithoutArguments(row[0])) << row[0];
 }

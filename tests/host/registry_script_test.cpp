@@ -1,12 +1,13 @@
 // The registry script language: replacements, and keys with their values and
-// removal flags as the script of the server writes them.
+// removal flags. What the server's own script writes is checked by the server
+// tests in the registry itself.
 #include <gtest/gtest.h>
 
 #include "host/registry_script.h"
 
 namespace {
 
-// A key as one line: removal flag, name, "=default", its values and children in braces.
+// A key on one line: removal flag, name, "=default", then its values and children in braces.
 std::string Render(const vn_rgs::Key& key)
 {
     const char* const removals[] = {"", "NoRemove ", "ForceRemove ", "Delete "};
@@ -23,38 +24,21 @@ std::string Render(const vn_rgs::Key& key)
 
 }  // namespace
 
-TEST(RegistryScript, SubstituteReplacesNamesAndDoublePercent)
+TEST(RegistryScript, SubstitutesThenParsesKeysValuesAndRemovalFlags)
 {
     std::string out, error;
     ASSERT_TRUE(vn_rgs::Substitute("a %X% b %% c %Y%", {{"X", "1"}, {"Y", "two"}}, out, error));
     EXPECT_EQ("a 1 b % c two", out);
     EXPECT_FALSE(vn_rgs::Substitute("%NOPE%", {{"X", "1"}}, out, error));
     EXPECT_FALSE(vn_rgs::Substitute("50% off", {}, out, error));
-}
 
-TEST(RegistryScript, ParseGivesKeysValuesAndRemovalFlags)
-{
     vn_rgs::Script script;
-    std::string error;
-    ASSERT_TRUE(vn_rgs::Parse(R"(HKCR
-{
-    NoRemove AppID
-    {
-        '{1-2}' = s 'It''s'
-        'Some.exe' { val AppID = s '{1-2}' }
-    }
-    P.Q.1 = s 'Desc' { CLSID = s '{C}' }
-    NoRemove CLSID
-    {
-        ForceRemove '{C}' = s 'Desc'
-        {
-            ForceRemove Programmable
-            LocalServer32 = s 'C:\x\Some.exe' { val ThreadingModel = s 'Free' }
-            val AppID = s '{1-2}'
-            val Count = d '17'
-        }
-    }
-})", script, error)) << error;
+    ASSERT_TRUE(vn_rgs::Parse(R"(HKCR { NoRemove AppID { '{1-2}' = s 'It''s' 'Some.exe' { val AppID = s '{1-2}' } }
+        P.Q.1 = s 'Desc' { CLSID = s '{C}' }
+        NoRemove CLSID { ForceRemove '{C}' = s 'Desc' { ForceRemove Programmable
+            LocalServer32 = s 'C:\x\Some.exe' { val ThreadingModel = s 'Free' } val AppID = s '{1-2}' val Count = d '17' } } })",
+                              script, error))
+        << error;
     ASSERT_EQ(1u, script.roots.size());
     EXPECT_EQ("HKCR{NoRemove AppID{{1-2}=s:It's{};Some.exe{val AppID=s:{1-2};};};P.Q.1=s:Desc{CLSID=s:{C}{};};"
               "NoRemove CLSID{ForceRemove {C}=s:Desc{val AppID=s:{1-2};val Count=d:17;ForceRemove Programmable{};"
