@@ -46,36 +46,32 @@ TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
         words += " w", many += " -e";
     const struct {
         std::string outcome;
-        std::vector<std::string> commandLines;
+        std::vector<std::string> arguments;  // behind the program's name
     } rows[] = {
-        {"Role 6", {"-Embedding", "/Embedding", "--embedding", "-EMBEDDING", "-emb", "-e", "--e", "-ce", "/c/e", "\"-e\""}},
+        {"Role 6", {"-Embedding", "/Embedding", "--embedding", "-EMBEDDING", "-emb", "-e", "--e", "-ce", "/c/e", "\"-e\"",
+                    many.substr(0, 254 * 3)}},  // 255 elements in all are stored and parsed
         {"Role 4", {"/RegServer", "-regserver", "--REGSERVER", "-RegS", "-c /RegServer"}},
         {"Role 2", {"--register", "-register", "-regi", "-r", "/r", "-u -r", "-r --"}},
         {"Role 3", {"--unregister", "-u", "--unregi", "-r -u", "/UnregServer -u"}},
         {"Role 8", {"--k", "-k", "'--kill'", "-rk", "-c\t\t-k"}},  // "rk" is no name: 'r', then "k" for "kill"
         {"Role 1", {"--c", "-c", "/Configure", "/RegServer -c"}}, {"Role 5", {"/UnregServer", "-unregserver"}},
-        {"Role 7", {"--s", "--service", "-s", "/SERVICE"}}, {"Help", {"-h", "--h", "/HELP", "-h -x", "-e -h --reg", "/h/c", "-h foo"}},
+        {"Role 7", {"--s", "--service", "-s", "/SERVICE"}}, {"Help", {"--h", "/HELP", "-h -x", "-e -h --reg", "/h/c"}},
         {"Bad: option '--reg' is ambiguous", {"--reg"}}, {"Bad: option '--un' is ambiguous", {"--un"}},
         {"Bad: option '-re' is ambiguous", {"-re"}}, {"Bad: option '-u' is ambiguous", {"-ru"}},
-        {"Bad: option '-R' is ambiguous", {"-R"}}, {"Bad: unrecognized option '/x'", {"/x"}},
-        {"Bad: unrecognized option '-x'", {"-x", "-x -h"}}, {"Bad: unrecognized option '--bogus'", {"-e --bogus -x"}},
-        {"Bad: unrecognized option '--embeddings'", {"--embeddings"}},
+        {"Bad: unrecognized option '-x'", {"-x", "-x -h"}}, {"Bad: unrecognized option '--embeddings'", {"--embeddings"}},
         {"Bad: option '--help' doesn't allow an argument", {"--help=x"}},
-        {"Bad: option '/kill' doesn't allow an argument", {"/kill=now"}},
         {"Leftover", {"foo -r", "-r foo", "-- -r", "-e -- foo", "-", "/", "/-e", "\"\"", many, "-e" + words}},
         {"NoRole", {"", "   \t "}},
-        {"Role 6", {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", "'C:\\a b\\VnLinkhost.exe'\t/embedding",
-                    "VnLinkhost.exe" + many.substr(0, 254 * 3)}},  // 255 elements in all are stored and parsed
-        {"NoRole", {"", "-e", "\"C:\\Program Files\\VnLinkhost.exe\""}},  // the first word is the program
-        {"Leftover", {"0", "0VnLinkhost.exe -e", "\"C:\\Program Files\\VnLinkhost.exe -e", "'VnLinkhost.exe -e"}},
     };
-    // The last three groups are whole command lines; the others follow the program's name.
-    for (size_t i = 0; i < std::size(rows); ++i)
-        for (const std::string& line : rows[i].commandLines) {
-            const std::string commandLine = i + 3 < std::size(rows) ? "VnLinkhost.exe " + line : line;
-            EXPECT_EQ(rows[i].outcome, Choose(commandLine.c_str())) << commandLine;
-        }
-    EXPECT_EQ("Leftover", Choose(nullptr));
+    for (const auto& row : rows)
+        for (const std::string& arguments : row.arguments)
+            EXPECT_EQ(row.outcome, Choose(("VnLinkhost.exe " + arguments).c_str())) << arguments;
+    const char* const whole[][2] = {  // the first word is the program, whatever it looks like
+        {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", "Role 6"}, {"'C:\\a b\\x.exe'\t/embedding", "Role 6"},
+        {"-e", "NoRole"}, {"", "NoRole"}, {"0VnLinkhost.exe -e", "Leftover"}, {"\"C:\\VnLinkhost.exe -e", "Leftover"},
+        {"'VnLinkhost.exe -e", "Leftover"}, {nullptr, "Leftover"}};
+    for (const auto& row : whole)
+        EXPECT_EQ(row[1], Choose(row[0])) << (row[0] ? row[0] : "null");
 }
 
 TEST(CommandLineBoxes, RefusalsShowTheUsageWithTheirErrorLineAndRolesTheirResult)
@@ -85,8 +81,7 @@ TEST(CommandLineBoxes, RefusalsShowTheUsageWithTheirErrorLineAndRolesTheirResult
     const std::pair<const char*, std::string> rows[] = {
         {"VnLinkhost.exe", " ERROR: Please specify either --configure, --register, --unregister --embedding or --service or --kill\n"},
         {"VnLinkhost.exe -h -x", ""}, {"VnLinkhost --reg", " ERROR: option '--reg' is ambiguous\n"},
-        {"VnLinkhost -x -h", " ERROR: unrecognized option '-x'\n"}, {"VnLinkhost foo -r", unknown},
-        {"0VnLinkhost -r", unknown}, {"\"C:\\no end -e", unknown},
+        {"VnLinkhost -x -h", " ERROR: unrecognized option '-x'\n"}, {"VnLinkhost foo -r", unknown}, {"0VnLinkhost -r", unknown},
     };
     for (const auto& row : rows) {
         g_boxes.clear();
