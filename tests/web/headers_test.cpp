@@ -39,12 +39,12 @@ std::string Text(const CVnHTTPHeaders* headers)
 // What GetHeader finds, or "<none>" when it gave S_FALSE and cleared the out value.
 std::string Lookup(const CVnHTTPHeaders* headers, const wchar_t* name)
 {
-    BSTR stale = ::SysAllocString(L"stale"), value = stale;
+    vfc::TBstr stale(L"stale");
+    BSTR value = stale.get();
     const HRESULT hr = headers->GetHeader(name, &value);
-    ::SysFreeString(stale);
-    const std::string found = hr == S_OK ? vfc::Narrow(value) : hr == S_FALSE && !value ? "<none>" : "<bad>";
-    ::SysFreeString(hr == S_OK ? value : nullptr);
-    return found;
+    vfc::TBstr found;
+    *found.put() = hr == S_OK ? value : nullptr;  // the caller owns what it found
+    return hr == S_OK ? vfc::Narrow(found.str()) : hr == S_FALSE && !value ? "<none>" : "<bad>";
 }
 
 // The texts that Next gives one at a time up to the end, each ended by '|'.
@@ -129,8 +129,7 @@ TEST(Headers, RawBlockGivesStatusLineCodeAndPairs)
 
 TEST(Headers, EnumerationSkipResetCloneAndCopy)
 {
-    auto headers = New();
-    headers->InitHeaders("HTTP/1.1 200 OK\r\nA: 1\r\nB: 2\r\nC: 3\r\n");
+    auto headers = New(L"A=1;B=2;C=3");
     vfc::TVariant items[3];  // laid out as an array of VARIANT
     static_assert(sizeof(items) == 3 * sizeof(VARIANT), "TVariant is a bare VARIANT");
     ULONG fetched = 0;
@@ -139,28 +138,22 @@ TEST(Headers, EnumerationSkipResetCloneAndCopy)
     EXPECT_EQ("2 B: 2|C: 3|0", std::to_string(fetched) + " " + vfc::Narrow(items[0]->bstrVal) + "|" +
                                    vfc::Narrow(items[1]->bstrVal) + "|" + std::to_string(items[2]->vt));
     EXPECT_EQ(E_INVALIDARG, headers->Next(1, nullptr, &fetched));
-    EXPECT_EQ(0u, fetched);
-    EXPECT_EQ(S_OK, headers->Reset());
-    EXPECT_EQ(S_OK, headers->Skip(1000));  // stops at the end, so a pair added now comes next
+    EXPECT_EQ(S_OK, headers->Skip(0xFFFFFFFFu));  // stops at the end, so a pair added now comes next
     headers->AddHeader(L"D", L"4");
     EXPECT_EQ("D: 4|", Remaining(headers.get()));
-    EXPECT_EQ(S_OK, headers->Skip(0xFFFFFFFFu));
-    EXPECT_EQ("", Remaining(headers.get()));
-    headers->Reset();
+    EXPECT_EQ(S_OK, headers->Reset());
     headers->Skip(1);
+    headers->InitHeaders("HTTP/1.1 200 OK\r\nA: 1\r\nB: 2\r\n");
     vfc::TComPtr<IEnumVARIANT> clone;
     ASSERT_EQ(S_OK, headers->Clone(clone.put()));
-    EXPECT_EQ("A: 1|B: 2|C: 3|D: 4|", Remaining(clone.get()));  // from the start, on its own
-    EXPECT_EQ("B: 2|C: 3|D: 4|", Remaining(headers.get()));
     auto* copy = static_cast<CVnHTTPHeaders*>(clone.get());
     std::string status;
-    EXPECT_EQ(S_FALSE, copy->GetStatusLine(status));  // without the status line
+    EXPECT_EQ(S_FALSE, copy->GetStatusLine(status));  // pairs, but no status line
+    EXPECT_EQ("A: 1|B: 2|", Remaining(clone.get()));  // from the start, on its own
+    EXPECT_EQ("B: 2|", Remaining(headers.get()));
     auto target = New(L"Old=x");
     target->Skip(1);
     ASSERT_EQ(S_OK, target->CopyFrom(copy));
-    EXPECT_EQ(S_OK, target->CopyFrom(target.get()));
     EXPECT_EQ(E_INVALIDARG, target->CopyFrom(nullptr));
-    EXPECT_EQ("A: 1|B: 2|C: 3|D: 4|", Remaining(target.get()));
-    copy->AddHeader(L"E", L"5");
-    EXPECT_EQ(4u, headers->GetCount());
+    EXPECT_EQ("A: 1|B: 2|", Remaining(target.get()));
 }

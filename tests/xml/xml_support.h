@@ -1,5 +1,6 @@
 // Helpers of the XML tests: a parser over a text, the failure an action ends
-// in, and the sample files in tests/xml/data.
+// in, and the sample files in tests/xml/data (under Wine the source tree is
+// drive Z:).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -38,7 +39,6 @@ std::string FailureOf(Action action)
     return std::string();
 }
 
-// Under Wine the source tree is drive Z:.
 inline std::string DataPath(const std::string& name)
 {
     const std::string here = __FILE__;

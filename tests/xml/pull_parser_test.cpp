@@ -1,14 +1,51 @@
-// The XML pull parser's events and failures, one document per row: what each
-// construct gives in next and nextToken mode, strict and relaxed, with and
-// without namespace processing, and the message of every broken document.
+// The XML pull parser: events and failures of documents, one per row; the
+// calls beside the events; the names the program exports; and the trace of a
+// failure on standard output and in "XmlPullException.log" in the current
+// folder. As every failure writes that file, the test program runs in a
+// scratch folder of its own, removed at the end.
 #include "tests/xml/xml_support.h"
 
-#include <cstdint>
+#include <windows.h>
+
+#include <regex>
 #include <vector>
+
+using namespace vn_xml_test;
 
 namespace {
 
-using namespace vn_xml_test;
+struct ScratchFolder : testing::Environment {
+    void SetUp() override
+    {
+        ::GetCurrentDirectoryA(MAX_PATH, previous);
+        folder = ::GetTempPathA(MAX_PATH, temp) ? temp + std::string("vn-xml-") + std::to_string(::GetCurrentProcessId()) : ".";
+        ::CreateDirectoryA(folder.c_str(), nullptr);
+        ASSERT_TRUE(::SetCurrentDirectoryA(folder.c_str())) << folder;
+    }
+    void TearDown() override
+    {
+        ::SetCurrentDirectoryA(previous);
+        ::DeleteFileA((folder + "\\XmlPullException.log").c_str());
+        ::RemoveDirectoryA(folder.c_str());
+    }
+    char previous[MAX_PATH] = {}, temp[MAX_PATH] = {};
+    std::string folder;
+};
+
+testing::Environment* const g_scratch = testing::AddGlobalTestEnvironment(new ScratchFolder);
+
+std::string Log()
+{
+    std::ifstream in("XmlPullException.log", std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void ParseToTheEnd(const std::string& text)
+{
+    Reader r(text);
+    while (r.parser.nextToken() != P::END_DOCUMENT) {
+    }
+}
 
 // "prefix:{namespace}name"; the braces only with namespace processing.
 std::string Qualified(const std::string& prefix, const std::string& ns, const std::string& name)
@@ -30,7 +67,7 @@ std::string Describe(const XmlPullParser& p)
         word += Qualified(p.getPrefix(), p.getNamespace(), p.getName());
         for (int i = 0; i < p.getAttributeCount(); ++i)
             word += " " + Qualified(p.getAttributePrefix(i), p.getAttributeNamespace(i), p.getAttributeName(i)) + "=" +
-                    p.getAttributeValue(i) + (p.getAttributeType(i) == "CDATA" && !p.isAttributeDefault(i) ? "" : " <broken: type>");
+                    p.getAttributeValue(i);
         word += (type == P::START_TAG && p.isEmptyElementTag() ? "/>" : ">") + std::to_string(p.getDepth());
     } else if (type == P::END_DOCUMENT) {
         word += std::to_string(p.getDepth());
@@ -64,7 +101,7 @@ std::string Describe(const XmlPullParser& p)
 // The events up to END_DOCUMENT joined by '|', read by nextToken with 'T' in
 // `flags`, else by next; 'L' adds "@line:column" to each. A failure ends the
 // trace with '!' and its message and, with 'L', its event and position.
-std::string Trace(const std::string& text, const std::string& flags, bool describe = true)
+std::string Trace(const std::string& text, const std::string& flags)
 {
     Reader r(text, flags);
     std::string trace;
@@ -73,8 +110,7 @@ std::string Trace(const std::string& text, const std::string& flags, bool descri
     try {
         for (size_t guard = 0; guard < text.size() + 8; ++guard) {  // one event per byte at most
             flags.find('T') != std::string::npos ? r.parser.nextToken() : r.parser.next();
-            if (describe)
-                trace += (trace.empty() ? "" : "|") + Describe(r.parser) + at(r.parser.getLineNumber(), r.parser.getColumnNumber());
+            trace += (trace.empty() ? "" : "|") + Describe(r.parser) + at(r.parser.getLineNumber(), r.parser.getColumnNumber());
             if (r.parser.getEventType() == P::END_DOCUMENT)
                 return trace;
         }
@@ -106,13 +142,14 @@ TEST(PullParserEvents, EachConstructGivesItsEvents)
         {"R", "<a b=xyz c=-uvw>", "<a b=yz c=uvw>1|end1"},  // the character in place of the quote is lost
         {"T", "<a b='1&x;2'/>", "<a b=12/>1|</a>1|end0"}, {"RN", "<p:a q:k='v'/>", "<p:{}a q:{}k=v/>1|</p:{}a>1|end0"},
         {"", "<c:a xmlns:c='urn:c' c:k='v'/>", "<c:a xmlns:c=urn:c c:k=v/>1|</c:a>1|end0"},
-        {"N", "<a xmlns:p='urn:1' p:k='v' k='w'><p:b xmlns='urn:2'><c/></p:b></a>",
-         "<a p:{urn:1}k=v k=w>1|<p:{urn:1}b>2|<{urn:2}c/>3|</{urn:2}c>3|</p:{urn:1}b>2|</a>1|end0"},
+        {"N", "<a xmlns:p='urn:1' p:k='v' xml:k='w'><p:b xmlns='urn:2'><c xmlns=''/></p:b></a>",
+         "<a p:{urn:1}k=v xml:{http://www.w3.org/XML/1998/namespace}k=w>1|<p:{urn:1}b>2|<c/>3|</c>3|</p:{urn:1}b>2|</a>1|end0"},
         // Text, entities and the joining of next; an entity ranks 6, so next passes over one with no text before it
         {"", "<a>x&lt;y<![CDATA[<z>]]><!--c-->w<?pi?>v</a>", "<a>1|text:x<y<z>wv|</a>1|end0"},
         {"T", "<a>x&lt;y<![CDATA[<z>]]><!--c--><?pi d?></a>",
          "<a>1|text:x|entity:lt=<|text:y|cdata:<z>|comment:c|pi:pi d|</a>1|end0"},
         {"", "<a>&amp;</a>", "<a>1|</a>1|end0"}, {"", "<a>&amp;b</a>", "<a>1|text:&b|</a>1|end0"},
+        {"", "<a><![CDATA[x]]>y<!--c--></a>", "<a>1|text:xy|</a>1|end0"},
         {"", "<a>:&apos;&gt;&lt;&quot;&amp;&#65;&#x42;&#x63;</a>", "<a>1|text::'><\"&ABc|</a>1|end0"},
         {"T", "<a>&gt;&company;</a>", "<a>1|entity:gt=>|entity:company=|</a>1|end0"},
         {"R", "<a>AT&T rocks</a>", "<a>1|text:ATT rocks|</a>1|end0"},
@@ -197,34 +234,128 @@ TEST(PullParserEvents, BrokenDocumentsFailWithTheirMessage)
     }
 }
 
-TEST(PullParserEvents, SampleFilesReadToTheEnd)
+TEST(PullParserEvents, AFileWithCrLfGivesTheEventsOfTheSameFileWithLf)
 {
-    // A file with CR LF gives the events of the same file with LF.
     const std::string lf = DataFile("VnLinkhost.xml");
     ASSERT_NE(std::string::npos, lf.find("<Port>8080</Port>"));
     EXPECT_EQ(Trace(lf, "TN"), Trace(DataFile("VnLinkhost-crlf.xml"), "TN"));
-    EXPECT_EQ("<root>1|text~:\n  |<item>2|text:<raw> & unescaped ]] text|</item>2|text~:\n  |<item>2|"
-              "text:caf\xE9 ABC <>&'\"|</item>2|text~:\n  \n  |<empty/>2|</empty>2|text~:\n  \n|</root>1|end0 head:1.0,",
-              Trace(DataFile("legacy-constructs.xml"), ""));
-    EXPECT_EQ("<cfg:{urn:velorin:config}settings xml:{http://www.w3.org/XML/1998/namespace}lang=de>1|text~:\n  |"
-              "<cfg:{urn:velorin:config}proxy cfg:{urn:velorin:config}mode=manual port=8080>2|text~:\n    |"
-              "<{urn:velorin:default}address>3|text:proxy.example|</{urn:velorin:default}address>3|text~:\n  |"
-              "</cfg:{urn:velorin:config}proxy>2|text~:\n  |<plain>2|text:text|</plain>2|text~:\n|"
-              "</cfg:{urn:velorin:config}settings>1|end0 head:1.0,UTF-8,yes",
-              Trace(DataFile("namespaces.xml"), "N"));
 }
 
-TEST(PullParserEvents, NoiseEndsInAFailureOrTheEndInEveryMode)
+TEST(PullParserCalls, LookupsByNameReplacementTextsAndFeatures)
 {
-    const std::string markup = "<<>>//!!?" "?--[[]]&&;;#x''\"\"== \n\rabAB:CDATA";
-    for (uint32_t seed = 1; seed <= 24; ++seed) {
-        std::string bytes(seed <= 4 ? 65536 : 4096, '\0');
-        uint32_t state = seed;
-        for (char& b : bytes) {
-            state = state * 1664525u + 1013904223u;
-            b = seed <= 4 ? static_cast<char>(state >> 24) : markup[(state >> 24) % markup.size()];
-        }
-        for (const char* flags : {"", "R", "N", "RN", "T", "TR", "TN", "TRN"})
-            EXPECT_EQ(std::string::npos, Trace(bytes, flags, false).find("<no end>")) << seed << flags;
+    Reader r("<a:b xmlns:a='urn:a' a:k='1' k='2' xmlns:c='urn:a'/>", "N");
+    r.parser.next();
+    EXPECT_EQ("1,2,1,", r.parser.getAttributeValue(nullptr, "k") + "," + r.parser.getAttributeValue("", "k") + "," +
+                            r.parser.getAttributeValue("urn:a", "k") + "," + r.parser.getAttributeValue(nullptr, "no"));
+    Reader defined("<a>&amp;&quot;x</a>");
+    defined.parser.defineEntityReplacementText("amp", "and");
+    defined.parser.defineEntityReplacementText("nbsp", " ");  // not one of the five: ignored
+    defined.parser.next();
+    defined.parser.next();
+    EXPECT_EQ("and\"x", defined.parser.getText());
+    XmlPullParser empty;  // no input: no entity table, and the end at once
+    EXPECT_EQ("entity replacement text must be defined after setInput!", FailureOf([&] { empty.defineEntityReplacementText("amp", "+"); }));
+    EXPECT_EQ(P::END_DOCUMENT, empty.next());
+    // Relaxed is any name of the standard's "/v1/doc/" with "relaxed" from character 40 on.
+    const std::string validation = "http://xmlpull.org/v1/doc/features.html#validation";
+    EXPECT_EQ("unsupported feature: " + validation, FailureOf([&] { empty.setFeature(validation, true); }));
+    empty.setFeature("http://xmlpull.org/v1/doc/xxxxxxxxxxxxxxrelaxed", true);
+    std::string values;
+    for (const std::string& name : {std::string(P::FEATURE_RELAXED), validation, std::string("http://xmlpull.org/v2/doc/features.html#relaxed")})
+        values += empty.getFeature(name) ? '1' : '0';
+    EXPECT_EQ("100", values);
+}
+
+TEST(PullParserCalls, NamespaceDeclarationsAreStackedPerDepth)
+{
+    Reader r("<a xmlns:p='urn:1' xmlns='urn:d'><b xmlns:p='urn:2'/><c/></a>", "N");
+    std::string scopes;
+    for (int event = 0; event < 4; ++event) {  // <a>, <b/>, </b>, <c/>
+        r.parser.next();
+        scopes += std::to_string(r.parser.getNamespaceCount(r.parser.getDepth()));
+        for (const char* prefix : {"xml", "xmlns", "p", "", "q"})
+            scopes += event == 2 ? "" : " " + r.parser.getNamespace(prefix);
+        scopes += "|";
     }
+    const std::string fixed = " http://www.w3.org/XML/1998/namespace http://www.w3.org/2000/xmlns/";
+    EXPECT_EQ("2" + fixed + " urn:1 urn:d |3" + fixed + " urn:2 urn:d |3|2" + fixed + " urn:1 urn:d |", scopes);
+    EXPECT_EQ("p=urn:1 =urn:d", r.parser.getNamespacePrefix(0) + "=" + r.parser.getNamespaceUri(0) + " " +
+                                    r.parser.getNamespacePrefix(1) + "=" + r.parser.getNamespaceUri(1));
+}
+
+TEST(PullParserConveniences, NextTagNextTextRequireAndSkipSubTree)
+{
+    Reader r("<a>\n\t<b>x&amp;y</b><c></c>  x<d><e/></d><f><f/><g/></f><h/></a>");
+    EXPECT_EQ("precondition: START_TAG", FailureOf([&] { r.parser.nextText(); }));
+    EXPECT_EQ(0u, FailureOf([&] { r.parser.skipSubTree(); }).find("expected: START_TAG"));
+    EXPECT_EQ(P::START_TAG, r.parser.nextTag());
+    EXPECT_EQ("", FailureOf([&] { r.parser.require(P::START_TAG, "", "a"); }));
+    EXPECT_EQ("expected: START_TAG {}b|expected: START_TAG {urn:x}a|expected: END_TAG {}",
+              FailureOf([&] { r.parser.require(P::START_TAG, nullptr, "b"); }) + "|" +
+                  FailureOf([&] { r.parser.require(P::START_TAG, "urn:x", "a"); }) + "|" +
+                  FailureOf([&] { r.parser.require(P::END_TAG, nullptr, nullptr); }));
+    EXPECT_EQ(P::START_TAG, r.parser.nextTag());  // over white text only
+    EXPECT_EQ("x&y", r.parser.nextText());
+    EXPECT_EQ("b", r.parser.getName());
+    EXPECT_EQ("", FailureOf([&] { r.parser.require(P::END_TAG, nullptr, nullptr); }));  // nextText ends on the end tag
+    r.parser.next();
+    EXPECT_EQ("", r.parser.nextText());
+    EXPECT_EQ("unexpected type", FailureOf([&] { r.parser.nextTag(); }));
+    r.parser.next();
+    EXPECT_EQ("END_TAG expected", FailureOf([&] { r.parser.nextText(); }));
+    for (int i = 0; i < 3; ++i)
+        r.parser.next();  // </e>, </d>, <f>
+    r.parser.skipSubTree();  // to the matching end tag
+    EXPECT_EQ("f2", r.parser.getName() + std::to_string(r.parser.getDepth()));
+    EXPECT_EQ(P::START_TAG, r.parser.nextTag());
+    EXPECT_EQ("h", r.parser.getName());
+    Reader cut("<r><a><b>");
+    cut.parser.next();
+    EXPECT_EQ("Unexpected EOF", FailureOf([&] { cut.parser.skipSubTree(); }));
+}
+
+TEST(PullParserExport, OperationsAreExportedByName)
+{
+    // Other programs find the parser in the program file's export table; the test program links it the same way.
+    for (const char* name : {"_ZN13XmlPullParser4nextEv", "_ZN13XmlPullParserC1ERSi", "_ZN13XmlPullParserC1ERKS_",
+                             "_ZN13XmlPullParser7peekbufEi", "_ZN13XmlPullParser4readEc", "_ZN22XmlPullParserExceptionaSERKS_"})
+        EXPECT_NE(nullptr, ::GetProcAddress(::GetModuleHandleA(nullptr), name)) << name;
+    EXPECT_EQ(nullptr, ::GetProcAddress(::GetModuleHandleA(nullptr), "_ZN22XmlPullParserException11notAMemberEv"));
+}
+
+TEST(PullExceptionTrace, EachFailurePrintsTwoLinesAndAppendsOneStampedEntry)
+{
+    const size_t before = Log().size();
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(ParseToTheEnd("<Proxy>\n<Mode>1</Port></Proxy>"), XmlPullParserException);
+    EXPECT_THROW(ParseToTheEnd("<!-- x"), XmlPullParserException);
+    EXPECT_THROW(XmlPullParser().isWhitespace(), XmlPullParserException);
+    EXPECT_EQ("Exception occurred while parsing document\nException : expected: Mode during :END_TAG at 2:15\n"
+              "Exception occurred while parsing document\nException : Unexpected EOF during :Illegal state at 1:7\n"
+              "Exception occurred while parsing document\nException : wrong Event Type during :START_DOCUMENT at 1:0\n",
+              testing::internal::GetCapturedStdout());
+    // A local time stamp and a tab; text mode writes each line feed as CR LF.
+    const std::string stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\t)", added = Log().substr(before);
+    EXPECT_TRUE(std::regex_match(added, std::regex(stamp + "expected: Mode  <event:END_TAG>\r\n\r\n" + stamp +
+                                                   "Unexpected EOF  <event:Illegal state>\r\n\r\n" + stamp +
+                                                   "wrong Event Type  <event:START_DOCUMENT>\r\n\r\n")))
+        << added;
+}
+
+TEST(PullExceptionTrace, CopiesOfTheExceptionLeaveNoFurtherEntry)
+{
+    const size_t before = Log().size();
+    XmlPullParserException original("first", "TEXT", 2, 3), assigned("second", "COMMENT", 4, 5);
+    XmlPullParserException copy(original);
+    assigned = copy;
+    EXPECT_EQ("first TEXT 2:3", assigned.getMessage() + " " + assigned.getState() + " " +
+                                    std::to_string(assigned.getLineNumber()) + ":" + std::to_string(assigned.getColumnNumber()));
+    try {
+        throw copy;
+    } catch (const XmlPullParserException& caught) {
+        EXPECT_EQ("first", XmlPullParserException(caught).getMessage());
+    }
+    const std::string added = Log().substr(before);
+    EXPECT_TRUE(std::regex_match(added, std::regex("[^\t]+\tfirst  <event:TEXT>\r\n\r\n[^\t]+\tsecond  <event:COMMENT>\r\n\r\n")))
+        << added;
 }
