@@ -1,6 +1,5 @@
 // The log file: where it lies, the head of each entry, the second pass of
-// formatting, traces that never reach it, the plug-in logger's lines, and
-// entries of many threads that never interleave.
+// formatting, traces that never reach it, and the plug-in logger's lines.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -8,7 +7,6 @@
 #include <shlobj.h>
 
 #include <regex>
-#include <thread>
 #include <vector>
 
 #include "common/test_util.h"
@@ -29,7 +27,7 @@ std::string Velorin()
 
 // The messages of the entries written since `offset`, each checked for its
 // head and its CR LF; the rest of a message with line feeds comes with a '+'.
-std::vector<std::string> MessagesSince(size_t offset, bool thisThread = true)
+std::vector<std::string> MessagesSince(size_t offset)
 {
     const std::string text = vn_test::LogSince(offset);
     const std::regex head(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{4}\] pID (\d+) tID (\d+) )");
@@ -39,7 +37,7 @@ std::vector<std::string> MessagesSince(size_t offset, bool thisThread = true)
         const std::string line = text.substr(pos, end - pos);
         if (!std::regex_search(line, m, head, std::regex_constants::match_continuous))
             messages.push_back("+" + line);
-        else if (m[1] != std::to_string(GetCurrentProcessId()) || (thisThread && m[2] != std::to_string(GetCurrentThreadId())))
+        else if (m[1] != std::to_string(GetCurrentProcessId()) || m[2] != std::to_string(GetCurrentThreadId()))
             messages.push_back("<other process or thread> " + line);
         else
             messages.push_back(m.suffix());
@@ -74,12 +72,12 @@ TEST(LogFile, LinesGoInWithTheirHeadFormattedTwiceAndTracesNever)
               MessagesSince(start));
 }
 
-TEST(LogFile, ReadOnlyIsClearedMissingFoldersAreMadeAndThreadsNeverInterleave)
+TEST(LogFile, ReadOnlyIsClearedAndMissingFoldersAreMade)
 {
     LogLine("%s", "start");
     const std::string path = Velorin() + "\\VnLinkhost\\Konfiguration\\VnLinkhost.log", tree = Velorin() + '\0';
     ASSERT_TRUE(SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
-    size_t start = vn_test::LogSize();
+    const size_t start = vn_test::LogSize();
     LogLine("%s", "after read-only");
     EXPECT_EQ(0u, GetFileAttributesA(path.c_str()) & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
     EXPECT_EQ(std::vector<std::string>{"after read-only"}, MessagesSince(start));
@@ -89,23 +87,6 @@ TEST(LogFile, ReadOnlyIsClearedMissingFoldersAreMadeAndThreadsNeverInterleave)
     LogLine("%s", "into a fresh folder");
     EXPECT_EQ(std::vector<std::string>{"into a fresh folder"}, MessagesSince(0));
 
-    start = vn_test::LogSize();
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([t] {
-            for (int i = 0; i < 150; ++i)
-                LogLine("worker %d line %d %s", t, i, std::string(64, 'x').c_str());
-        });
-    for (auto& thread : threads)
-        thread.join();
-    std::vector<int> next(8, 0);
-    const std::regex body("worker (\\d) line (\\d+) x{64}");
-    for (const std::string& message : MessagesSince(start, false)) {
-        std::smatch m;
-        ASSERT_TRUE(std::regex_match(message, m, body)) << message;
-        EXPECT_EQ(next[std::stoi(m[1])]++, std::stoi(m[2])) << "lines of one thread out of order";
-    }
-    EXPECT_EQ(std::vector<int>(8, 150), next);
 }
 
 TEST(LogEntry, HeadIsPaddedMillisecondsToFourDigits)

@@ -1,6 +1,5 @@
 // Helpers of the XML tests: a parser over a text, the failure an action ends
-// in, and the sample files in tests/xml/data (under Wine the source tree is
-// drive Z:).
+// in, and the files of tests/xml/data (under Wine the source tree is drive Z:).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -39,15 +38,10 @@ std::string FailureOf(Action action)
     return std::string();
 }
 
-inline std::string DataPath(const std::string& name)
+inline std::string DataFile(const std::string& name, std::ios::openmode mode = std::ios::binary)
 {
     const std::string here = __FILE__;
-    return (here[0] == '/' ? "Z:" : "") + here.substr(0, here.find_last_of("/\\")) + "/data/" + name;
-}
-
-inline std::string DataFile(const std::string& name)
-{
-    std::ifstream in(DataPath(name), std::ios::binary);
+    std::ifstream in((here[0] == '/' ? "Z:" : "") + here.substr(0, here.find_last_of("/\\")) + "/data/" + name, mode);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
