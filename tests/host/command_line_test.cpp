@@ -1,5 +1,4 @@
-// The role a command line gives the process, for the spellings users and the
-// platform really write, and the message box a wrong one earns.
+// The role a command line gives the process, for the spellings users and the platform write, and the boxes shown.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,5 +1,4 @@
-// The fan-out of host events to the plug-ins' sinks: every sink in order,
-// until one fails or a query to shut down is answered with a plain 1.
+// The fan-out of host events to the plug-ins' sinks: in order, until one fails or vetoes a query with a plain 1.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -36,7 +35,8 @@ TEST(EventFanout, SinksHearTheEventInOrderUntilOneFailsOrVetoesAQueryWithAPlainO
         LONG type, parameter;
         const char* expected;  // the calls, the status, the result
     } rows[] = {
-        {{}, 1, 1, " 0 0"}, {{{S_OK, 9}, {S_OK, 9}, {S_FALSE, 9}}, 2, 1, "abc 1 0"}, {{{S_OK, 9}, {E_FAIL, 9}, {S_OK, 9}}, 2, 1, "ab -2147467259 0"},
+        {{}, 1, 1, " 0 0"}, {{{S_OK, 9}, {S_OK, 9}, {S_FALSE, 9}}, 2, 1, "abc 1 0"},
+        {{{S_OK, 9}, {E_FAIL, 9}, {S_OK, 9}}, 2, 1, "ab -2147467259 0"},
         {{{S_OK, 1}, {S_OK, 9}}, 1, 1, "a 0 1"},
         {{{S_OK, 1}, {S_OK, 9}}, 2, 1, "ab 0 1"}, {{{S_OK, 1}, {S_OK, 9}}, 1, 2, "ab 0 1"},  // not a query, or not with 1
         {{{S_OK, Veto}, {S_OK, 9}}, 1, 1, "ab 0 -1946157055"},  // the published veto is not a plain 1

@@ -1,5 +1,4 @@
-// The log file: where it lies, the head of each entry, the second pass of
-// formatting, traces that never reach it, and the plug-in logger's lines.
+// The log file: where it lies, each entry's head, the second formatting pass, traces that never reach it, plug-in lines.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -25,8 +24,7 @@ std::string Velorin()
     return std::string(base) + "\\Velorin";
 }
 
-// The messages of the entries written since `offset`, each checked for its
-// head and its CR LF; the rest of a message with line feeds comes with a '+'.
+// The messages written since `offset`, each checked for its head and CR LF; a message's further lines come with '+'.
 std::vector<std::string> MessagesSince(size_t offset)
 {
     const std::string text = vn_test::LogSince(offset);
@@ -81,7 +79,7 @@ TEST(LogFile, ReadOnlyIsClearedAndMissingFoldersAreMade)
     LogLine("%s", "after read-only");
     EXPECT_EQ(0u, GetFileAttributesA(path.c_str()) & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
     EXPECT_EQ(std::vector<std::string>{"after read-only"}, MessagesSince(start));
-    SHFILEOPSTRUCTA remove = {nullptr, FO_DELETE, tree.c_str(), nullptr, FOF_NOCONFIRMATION | FOF_SILENT | FOF_NOERRORUI, FALSE, nullptr, nullptr};
+    SHFILEOPSTRUCTA remove = {nullptr, FO_DELETE, tree.c_str(), nullptr, FOF_NO_UI, FALSE, nullptr, nullptr};
     SHFileOperationA(&remove);
     ASSERT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(Velorin().c_str()));
     LogLine("%s", "into a fresh folder");

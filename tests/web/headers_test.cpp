@@ -1,6 +1,5 @@
-// CVnHTTPHeaders: storing is exact and lookup ignores the capitals A to Z,
-// the raw block is parsed by its line rules, the status line gives the code,
-// and clients enumerate "name: value" texts.
+// CVnHTTPHeaders: storing is exact and lookup ignores the capitals A to Z, the raw block is parsed by its line rules,
+// the status line gives the code, and clients enumerate "name: value" texts.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -22,7 +21,8 @@ vfc::TComPtr<CVnHTTPHeaders> New(const std::wstring& pairs = L"", std::string* r
     std::string ignored;
     for (size_t pos = 0, end, equals; pos < pairs.size(); pos = end + 1) {  // "name=value;..." through AddHeader
         end = std::min(pairs.find(L';', pos), pairs.size()), equals = pairs.find(L'=', pos);
-        (results ? *results : ignored) += std::to_string(headers->AddHeader(pairs.substr(pos, equals - pos).c_str(), pairs.substr(equals + 1, end - equals - 1).c_str()));
+        const std::wstring name = pairs.substr(pos, equals - pos), value = pairs.substr(equals + 1, end - equals - 1);
+        (results ? *results : ignored) += std::to_string(headers->AddHeader(name.c_str(), value.c_str()));
     }
     return headers;
 }
@@ -33,8 +33,7 @@ std::string Text(const CVnHTTPHeaders* headers)
     return headers->GetHeadersAsText(text) == S_OK ? text : "<failed>";
 }
 
-// What GetHeader finds, or "<none>" when it gave S_FALSE and cleared the out value.
-std::string Lookup(const CVnHTTPHeaders* headers, const wchar_t* name)
+std::string Lookup(const CVnHTTPHeaders* headers, const wchar_t* name)  // or "<none>" for S_FALSE with the value cleared
 {
     vfc::TBstr stale(L"stale");
     BSTR value = stale.get();
@@ -90,15 +89,13 @@ TEST(Headers, AddIsExactAndReplacesOrRemovesInPlaceAndLookupIgnoresCapitals)
 TEST(Headers, RawBlockGivesStatusLineCodeAndPairs)
 {
     const char* const rows[][2] = {
-        // The block, then the status line, the result of GetResultCode with the code, and the pairs.
-        {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "HTTP/1.1 200 OK#0:200#Content-Length: 5\r\n\r\n"},
+        {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "HTTP/1.1 200 OK#0:200#Content-Length: 5\r\n\r\n"},  // status#code#pairs
         {"  HTTP/1.0 302 Found \t\nLocation:\t /x  \n Odd :v\r\n", "HTTP/1.0 302 Found#0:302#Location: /x\r\n Odd : v\r\n\r\n"},
         {"HTTP/1.1 200 OK\r\nSet-Cookie: a=1\r\nServer: x\r\nSet-Cookie: b=2\r\nServer:\r\nEmpty:   \r\n\r\n",
          "HTTP/1.1 200 OK#0:200#Set-Cookie: b=2\r\n\r\n"},  // the last of a name wins, an empty value removes
         {"HTTP/1.1 200 OK\r\nA: 1\r\nB: 2", "HTTP/1.1 200 OK#0:200#A: 1\r\n\r\n"},  // no line end, no line
         {"\r\nHTTP/1.1 200 OK\r\nA: 1\r\n", "<none>#-2147467259:-1#\r\n"},
-        // Without a colon the name runs on to the next one; with none left it is the rest of the
-        // block, and the value is the block from its start to the line's end.
+        // Without a colon the name runs on to the next one; with none left it is the rest of the block.
         {"HTTP/1.1 200 OK\r\nNoColon\r\nA: b\r\n", "HTTP/1.1 200 OK#0:200#NoColon\r\nA: b\r\nA: b\r\n\r\n"},
         {"HTTP/1.1 200 OK\r\nA: 1\r\nX-Last\r\n", "HTTP/1.1 200 OK#0:200#A: 1\r\nX-Last\r\n: HTTP/1.1 200 OK\r\nA: 1\r\nX-Last\r\n\r\n"},
         // The code is the three characters behind the first blank, or from the start without one.
@@ -149,5 +146,6 @@ TEST(Headers, EnumerationSkipResetCloneAndCopy)
     EXPECT_EQ(S_FALSE, static_cast<CVnHTTPHeaders*>(clone.get())->GetStatusLine(status));  // pairs, but no status line
     EXPECT_EQ(S_OK, target->CopyFrom(static_cast<CVnHTTPHeaders*>(clone.get())));
     EXPECT_EQ(E_INVALIDARG, target->CopyFrom(nullptr));
-    EXPECT_EQ("A: 1|/B: 2|//|A: 1|/B: 2|//|B: 2|//", Remaining(clone.get()) + "|" + Remaining(target.get()) + "|" + Remaining(headers.get()));
+    EXPECT_EQ("A: 1|/B: 2|//|A: 1|/B: 2|//|B: 2|//",
+              Remaining(clone.get()) + "|" + Remaining(target.get()) + "|" + Remaining(headers.get()));
 }

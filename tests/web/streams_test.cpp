@@ -1,7 +1,5 @@
-// The queue streams and their parts: the interlocked buffer, bounded where a
-// writer waits for room; the process monitor, whose waits end with the death
-// of a real client; the read side from the receive thread to the client, and
-// the write side from the client to the request.
+// The queue streams and their parts: the interlocked buffer, bounded where a writer waits for room; the process
+// monitor, whose waits end with a real client's death; the read side to the client and the write side from it.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -40,9 +38,7 @@ std::string Pattern(size_t size, unsigned state)
 }
 
 const BYTE* Data(const std::string& bytes) { return reinterpret_cast<const BYTE*>(bytes.data()); }
-
-// This test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled.
-std::string ClientCommand()
+std::string ClientCommand()  // this test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled
 {
     char exe[MAX_PATH] = {};
     ::GetModuleFileNameA(nullptr, exe, MAX_PATH);
@@ -94,11 +90,11 @@ std::string Take(CVnQueueCustomStream* stream, LONG maximum = 0)
 {
     LONG count = -1;
     std::unique_ptr<BYTE[]> block = stream->ReadFromQueue(maximum, &count, 0);
-    return !block ? (count == 0 ? "<none>" : "<count>") : block[count] ? "<no zero byte>" : std::string(reinterpret_cast<char*>(block.get()), count);
+    const std::string bytes = block ? std::string(reinterpret_cast<char*>(block.get()), count) : "";
+    return !block ? (count == 0 ? "<none>" : "<count>") : block[count] ? "<no zero byte>" : bytes;
 }
 
-// A call on its own thread. Join waits up to 20 s for it, then frees it by queueing, ending
-// the body and emptying the queue, so that a fault fails the test instead of hanging it.
+// A call on its own thread; Join waits 20 s, then frees it through the stream, so that a fault fails and not hangs.
 struct TCall {
     template <typename F>
     explicit TCall(F f) : thread([this, f] { f(), done = true; }) {}
@@ -163,9 +159,8 @@ std::string Step(CVnQueueCustomStream* stream, CVnQueueReadStream* read, const s
 
 TEST(QueueStreams, CallsGiveTheirBytesCountsEndsTimeOutsLinesAndRefusals)
 {
-    // "+text" queues bytes, "qS,N" a slice of "abc"; "wS,N" writes a slice of "0123456789" through the
-    // interface; "rN[/T]" reads N bytes waiting T ms; "tN" takes N bytes out as the request does; "s" and
-    // "s0" read a line; "!" ends the body; "a", "p", "e", "c": available, position, empty, capabilities.
+    // "+text" and "qS,N" queue bytes; "wS,N" writes a slice of "0123456789"; "rN[/T]" reads N bytes waiting T ms; "tN"
+    // takes N out as the request does; "s", "s0" read a line; "!" ends the body; "a", "p", "e", "c": see Step.
     const struct {
         bool readSide;
         LONG expectedLength;
@@ -239,7 +234,8 @@ TEST(ReadStream, AWaitingReaderIsWokenByDataAndByTheEndOfTheBody)
 
 // Plays the receive thread: writes until the stream is done, and records what the stream asks of it at its release.
 struct FakeReceiveThread : IReceiveThreadOwner {
-    explicit FakeReceiveThread(CVnQueueReadStream* s) : stream(s), writer([s] { while (!s->IsDone()) Put(s, std::string(kChunk, 'B')); }) {}
+    explicit FakeReceiveThread(CVnQueueReadStream* s)
+        : stream(s), writer([s] { for (int i = 0; !s->IsDone() && i < 100000; ++i) Put(s, std::string(kChunk, 'B')); }) {}
     void ReleaseDoneable() override { calls += "release;"; }
     void StopReceiveThread() override  // the thread must be free before the join
     {
@@ -296,7 +292,8 @@ TEST(InterlockedBuffer, AWaitingWriterIsFreedByRoomForAWholeChunkOrByDrain)
     drained.buffer.Drain();
     ASSERT_TRUE(drained.Freed());
     EXPECT_EQ(DWORD(kChunk), drained.buffer.Read(piece, kChunk));  // only the writer's chunk is left
-    EXPECT_EQ(std::string(kChunk, 'Z') + "0", std::string(reinterpret_cast<char*>(piece), kChunk) + std::to_string(drained.buffer.GetSize()));
+    EXPECT_EQ(std::string(kChunk, 'Z') + "0",
+              std::string(reinterpret_cast<char*>(piece), kChunk) + std::to_string(drained.buffer.GetSize()));
 }
 
 TEST(ClientDeath, EndsMonitorWaitsAWaitingBufferWriteAndTheStreamsWaits)

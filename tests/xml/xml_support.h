@@ -38,10 +38,10 @@ std::string FailureOf(Action action)
     return std::string();
 }
 
-inline std::string DataFile(const std::string& name, std::ios::openmode mode = std::ios::binary)
+inline std::string DataFile(const std::string& name)
 {
     const std::string here = __FILE__;
-    std::ifstream in((here[0] == '/' ? "Z:" : "") + here.substr(0, here.find_last_of("/\\")) + "/data/" + name, mode);
+    std::ifstream in((here[0] == '/' ? "Z:" : "") + here.substr(0, here.find_last_of("/\\")) + "/data/" + name, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
