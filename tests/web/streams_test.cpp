@@ -38,6 +38,7 @@ std::string Pattern(size_t size, unsigned state)
 }
 
 const BYTE* Data(const std::string& bytes) { return reinterpret_cast<const BYTE*>(bytes.data()); }
+
 std::string ClientCommand()  // this test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled
 {
     char exe[MAX_PATH] = {};
@@ -111,7 +112,7 @@ struct TCall {
     std::thread thread;
 };
 
-// A waiting buffer filled to its limit, and a writer adding a chunk more; one still held at the end is freed by Drain.
+// A waiting buffer filled to its limit, and a writer adding a chunk more; one still held at the end is freed by a read.
 struct FullBuffer {
     explicit FullBuffer(DWORD client = 0)
     {
@@ -120,7 +121,13 @@ struct FullBuffer {
         writer = std::thread([this] { result = buffer.Write(Data(std::string(kChunk, 'Z')), kChunk), returned = true; });
         ::Sleep(200);
     }
-    ~FullBuffer() { returned ? void() : buffer.Drain(), writer.join(); }
+    ~FullBuffer()
+    {
+        BYTE room[kChunk] = {};
+        for (int round = 0; !returned && round < 1000; ++round, ::Sleep(1))
+            buffer.Write(room, 1), buffer.Read(room, kChunk);  // a read wakes a writer still held
+        writer.join();
+    }
     bool Freed() { return WaitUntil([this] { return returned.load(); }, 20000); }
     InterlockedBuffer buffer{kLimit, true, false, kChunk};
     std::atomic<bool> returned{false}, result{false};
