@@ -273,7 +273,7 @@ TEST(InterlockedBuffer, RefusesABadChunkSizeAndNullData)
         } catch (const std::range_error& e) {
             EXPECT_STREQ("InterlockedBuffer::ctor: maxChunkSize must be != 0 and <= dwMaxSize", e.what());
         }
-    InterlockedBuffer buffer(kLimit, true, false, kChunk);
+    InterlockedBuffer buffer(kLimit, true, false, kLimit);  // a chunk may be as large as the limit
     BYTE byte = 0;
     EXPECT_EQ(0u, buffer.Read(&byte, 1));  // an empty buffer gives nothing at once
     EXPECT_THROW(buffer.Write(nullptr, 1), std::invalid_argument);

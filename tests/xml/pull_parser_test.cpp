@@ -134,7 +134,7 @@ TEST(PullParserEvents, EachConstructGivesItsEvents)
         {"T", "<a>x&lt;y<![CDATA[<z>]]><!--c--><?pi d?></a>",
          "<a>1|text:x|entity:lt=<|text:y|cdata:<z>|comment:c|pi:pi d|</a>1|end0"},
         {"", "<a>&amp;</a>", "<a>1|</a>1|end0"}, {"", "<a>&amp;b</a>", "<a>1|text:&b|</a>1|end0"},  // an entity ranks 6
-        {"", "<a><![CDATA[x]]>y<!--c--></a>", "<a>1|text:xy|</a>1|end0"},
+        {"", "<a><![CDATA[x]]><!--c--></a>", "<a>1|text:x|</a>1|end0"},
         {"", "<a>:&apos;&gt;&lt;&quot;&amp;&#65;&#x42;&#x63;</a>", "<a>1|text::'><\"&ABc|</a>1|end0"},
         {"T", "<a>&gt;&company;</a>", "<a>1|entity:gt=>|entity:company=|</a>1|end0"},
         {"R", "<a>AT&T rocks</a>", "<a>1|text:ATT rocks|</a>1|end0"},
@@ -248,7 +248,7 @@ TEST(PullParserCalls, NamespaceDeclarationsAreStackedPerDepth)
                                     r.parser.getNamespacePrefix(1) + "=" + r.parser.getNamespaceUri(1));
 }
 
-TEST(PullParserConveniences, NextTagAndNextText)
+TEST(PullParserConveniences, NextTagNextTextRequireAndSkipSubTree)
 {
     Reader r("<a>\n\t<b>x&amp;y</b><c></c>  x<d><e/></d></a>");
     EXPECT_EQ("precondition: START_TAG", FailureOf([&] { r.parser.nextText(); }));
@@ -261,6 +261,10 @@ TEST(PullParserConveniences, NextTagAndNextText)
     EXPECT_EQ("unexpected type", FailureOf([&] { r.parser.nextTag(); }));
     r.parser.next();
     EXPECT_EQ("END_TAG expected", FailureOf([&] { r.parser.nextText(); }));
+    EXPECT_EQ("expected: START_TAG {}b", FailureOf([&] { r.parser.require(P::START_TAG, nullptr, "b"); }));  // at <e/>
+    Reader cut("<r><a><b>");
+    cut.parser.next();
+    EXPECT_EQ("Unexpected EOF", FailureOf([&] { cut.parser.skipSubTree(); }));
 }
 
 TEST(PullExceptionTrace, EachFailurePrintsTwoLinesAndAppendsOneStampedEntry)
