@@ -1,5 +1,4 @@
-// The role a command line gives the process, for the spellings users and the
-// platform really write, and the message box a wrong one earns.
+// The role a command line gives the process, for the spellings users and the platform write, and the boxes shown.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,10 +17,7 @@ std::string Choose(const char* commandLine)
 {
     const TCommandLineChoice choice = ChooseRole(commandLine);
     const char* const outcomes[] = {"Help", "Bad: ", "Leftover", "NoRole", "Role "};
-    std::string text = outcomes[choice.outcome];
-    if (choice.outcome == TCommandLineChoice::Role)
-        return text + std::to_string(choice.role);
-    return choice.role == RoleNone ? text + choice.errorMessage : text + " with a role";
+    return outcomes[choice.outcome] + choice.errorMessage + (choice.role ? std::to_string(choice.role) : "");
 }
 
 std::vector<std::string> g_boxes;  // "title|type|text" of each box shown
@@ -44,74 +40,49 @@ const std::string kUsage =
 
 TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
 {
-    std::string words, many;
+    std::string words, many;  // more words than the vector holds
     for (int i = 0; i < 300; ++i)
         words += " w", many += " -e";
     const struct {
         std::string outcome;
-        std::vector<std::string> commandLines;
+        std::vector<std::string> arguments;  // behind the program's name; the last role wins
     } rows[] = {
-        {"Role 6", {"-Embedding", "/Embedding", "--embedding", "-EMBEDDING", "-emb", "-e", "--e", "-ce", "/c/e", "\"-e\""}},
-        {"Role 4", {"/RegServer", "-regserver", "--REGSERVER", "-RegS", "-c /RegServer"}},
-        {"Role 5", {"/UnregServer", "-unregserver"}},
-        {"Role 2", {"--register", "-register", "-regi", "-r", "/r", "-u -r", "-r --"}},
-        {"Role 3", {"--unregister", "-u", "--unregi", "-r -u", "/UnregServer -u"}},
-        {"Role 8", {"--k", "-k", "'--kill'", "-rk", "-c\t\t-k"}},  // "rk" is no name: 'r', then "k" for "kill"
-        {"Role 1", {"--c", "-c", "/Configure", "/RegServer -c"}},
-        {"Role 7", {"--s", "--service", "-s", "/SERVICE"}},
-        {"Help", {"-h", "--h", "/HELP", "-h -x", "-e -h --reg", "/h/c", "-h foo"}},
-        {"Bad: option '--reg' is ambiguous", {"--reg"}},
-        {"Bad: option '--un' is ambiguous", {"--un"}},
-        {"Bad: option '-re' is ambiguous", {"-re"}},
-        {"Bad: option '-u' is ambiguous", {"-ru"}},
-        {"Bad: option '-R' is ambiguous", {"-R"}},
-        {"Bad: unrecognized option '-x'", {"-x", "-x -h"}},
-        {"Bad: unrecognized option '/x'", {"/x"}},
-        {"Bad: unrecognized option '--bogus'", {"-e --bogus -x"}},
-        {"Bad: unrecognized option '--embeddings'", {"--embeddings"}},
-        {"Bad: option '--help' doesn't allow an argument", {"--help=x"}},
-        {"Bad: option '/kill' doesn't allow an argument", {"/kill=now"}},
-        {"Leftover", {"foo -r", "-r foo", "-- -r", "-e -- foo", "-", "/", "/-e", "\"\"", many, "-e" + words}},
-        {"NoRole", {"", "   \t "}},
-        {"Role 6", {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", "'C:\\a b\\VnLinkhost.exe'\t/embedding",
-                    "VnLinkhost.exe" + many.substr(0, 254 * 3)}},  // 255 elements in all are stored and parsed
-        {"NoRole", {"", "-e", "\"C:\\Program Files\\VnLinkhost.exe\""}},  // the first word is the program
-        {"Leftover", {"0", "0VnLinkhost.exe -e", "\"C:\\Program Files\\VnLinkhost.exe -e", "'VnLinkhost.exe -e"}},
+        {"Role 6", {"-Embedding", "/Embedding", "--embedding", "-EMBEDDING", "-emb", "-e", "-ce", "/c/e", many.substr(0, 254 * 3)}},
+        {"Role 4", {"/RegServer", "-regserver", "-c /RegServer"}}, {"Role 5", {"/UnregServer"}}, {"Role 8", {"--k", "-rk"}},
+        {"Role 2", {"--register", "-r", "-u -r"}}, {"Role 3", {"-r -u", "/UnregServer -u"}}, {"Role 1", {"--c", "/RegServer -c"}},
+        {"Role 7", {"--s", "--service"}}, {"Help", {"--h", "-h -x", "-e -h --reg", "/h/c"}}, {"NoRole", {"", "   \t "}},
+        {"Bad: option '--reg' is ambiguous", {"--reg"}}, {"Bad: option '--un' is ambiguous", {"--un"}},
+        {"Bad: option '-re' is ambiguous", {"-re"}}, {"Bad: option '-u' is ambiguous", {"-ru"}},
+        {"Bad: unrecognized option '-x'", {"-x", "-x -h"}}, {"Bad: option '--help' doesn't allow an argument", {"--help=x"}},
+        {"Leftover", {"foo -r", "-- -r", "-", "/", "/-e", many, "-e" + words}},
     };
-    // The last three groups are whole command lines; the others follow the program's name.
-    for (size_t i = 0; i < std::size(rows); ++i)
-        for (const std::string& line : rows[i].commandLines) {
-            const std::string commandLine = i + 3 < std::size(rows) ? "VnLinkhost.exe " + line : line;
-            EXPECT_EQ(rows[i].outcome, Choose(commandLine.c_str())) << commandLine;
-        }
-    EXPECT_EQ("Leftover", Choose(nullptr));
+    for (const auto& row : rows)
+        for (const std::string& arguments : row.arguments)
+            EXPECT_EQ(row.outcome, Choose(("VnLinkhost.exe " + arguments).c_str())) << arguments;
+    const char* const whole[][2] = {  // the first word is the program, whatever it looks like
+        {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", "Role 6"}, {"'C:\\a b\\x.exe'\t/embedding", "Role 6"},
+        {"-e", "NoRole"}, {"", "NoRole"}, {"0VnLinkhost.exe -e", "Leftover"}, {"\"C:\\VnLinkhost.exe -e", "Leftover"},
+        {"'VnLinkhost.exe -e", "Leftover"}, {nullptr, "Leftover"}};
+    for (const auto& row : whole)
+        EXPECT_EQ(row[1], Choose(row[0])) << (row[0] ? row[0] : "null");
 }
 
-TEST(CommandLineBoxes, EachRefusalShowsTheUsageWithItsErrorLineAndFails)
+TEST(CommandLineBoxes, RefusalsShowTheUsageWithTheirErrorLineAndRolesTheirResult)
 {
     TScopedSeam<decltype(VnPlatformSeams::MessageBoxA)> seam(PlatformSeams().MessageBoxA, CaptureBox);
-    const char* const rows[][2] = {
-        {"VnLinkhost.exe",
-         " ERROR: Please specify either --configure, --register, --unregister --embedding or --service or --kill\n"},
-        {"VnLinkhost.exe -h -x", ""},
-        {"VnLinkhost --reg", " ERROR: option '--reg' is ambiguous\n"},
-        {"VnLinkhost -x -h", " ERROR: unrecognized option '-x'\n"},
-        {"VnLinkhost foo -r", " ERROR: Unknown command line arguments provided\n"},
-        {"0VnLinkhost -r", " ERROR: Unknown command line arguments provided\n"},
-        {"\"C:\\no end -e", " ERROR: Unknown command line arguments provided\n"},
+    const std::string unknown = " ERROR: Unknown command line arguments provided\n";
+    const std::pair<const char*, std::string> rows[] = {
+        {"VnLinkhost.exe", " ERROR: Please specify either --configure, --register, --unregister --embedding or --service or --kill\n"},
+        {"VnLinkhost.exe -h -x", ""}, {"VnLinkhost --reg", " ERROR: option '--reg' is ambiguous\n"},
+        {"VnLinkhost -x -h", " ERROR: unrecognized option '-x'\n"}, {"VnLinkhost foo -r", unknown}, {"0VnLinkhost -r", unknown},
     };
     for (const auto& row : rows) {
         g_boxes.clear();
         HRESULT status = S_OK;
-        EXPECT_FALSE(Module().ParseCommandLine(row[0], status)) << row[0];
-        EXPECT_EQ(E_FAIL, status) << row[0];
-        EXPECT_EQ(std::vector<std::string>{kBox + row[1] + kUsage}, g_boxes) << row[0];
+        EXPECT_FALSE(Module().ParseCommandLine(row.first, status)) << row.first;
+        EXPECT_EQ(E_FAIL, status) << row.first;
+        EXPECT_EQ(std::vector<std::string>{kBox + row.second + kUsage}, g_boxes) << row.first;
     }
-}
-
-TEST(CommandLineBoxes, ReportResultShowsTheSystemTextTheUnknownErrorOrSuccess)
-{
-    TScopedSeam<decltype(VnPlatformSeams::MessageBoxA)> seam(PlatformSeams().MessageBoxA, CaptureBox);
     g_boxes.clear();
     ReportResult(static_cast<HRESULT>(0x8004DEAD), IDS_REGISTER_FAILED, IDS_REGISTER_OK);
     ReportResult(S_OK, IDS_UNREGISTER_FAILED, IDS_UNREGISTER_OK);
@@ -120,7 +91,7 @@ TEST(CommandLineBoxes, ReportResultShowsTheSystemTextTheUnknownErrorOrSuccess)
     ASSERT_EQ(3u, g_boxes.size());
     EXPECT_EQ(kBox + "Velorin Linkhost COM registration failed.\nERROR: Unknown system error - 2147802797.", g_boxes[0]);
     EXPECT_EQ(kBox + "Velorin Linkhost COM unregistration succeeded.", g_boxes[1]);
-    const std::string failed = kBox + "Velorin Linkhost COM service failed.\nERROR: ";
+    const std::string failed = kBox + "Velorin Linkhost COM service failed.\nERROR: ";  // and the system's text
     EXPECT_EQ(failed, g_boxes[2].substr(0, failed.size()));
     EXPECT_GT(g_boxes[2].size(), failed.size());
     EXPECT_EQ(std::string::npos, g_boxes[2].find("Unknown system error"));

@@ -1,76 +1,57 @@
-// The fan-out of host events to the plug-ins' sinks: every sink in order,
-// until one fails or a query to shut down is vetoed with a plain 1.
+// The fan-out of host events to the plug-ins' sinks: in order, until one fails or vetoes a query with a plain 1.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "host/event_fanout.h"
+#include "vfc/bstr.h"
 #include "vfc/com_object.h"
 
 namespace {
 
-constexpr LONG kLeaveAlone = 0x7fffffff;
-
-// A sink that records its call and answers as told.
-class RecordingSink : public vfc::TComObject<RecordingSink, IVnLinkhostEventSink> {
-public:
+// Records its call as its letter, answers `status`, and sets the result to `answer` unless that is 9.
+struct Sink : vfc::TComObject<Sink, IVnLinkhostEventSink> {
     static constexpr bool LocksModule = false;
-    RecordingSink(std::string* calls, char id, HRESULT status, LONG answer)
-        : m_calls(calls), m_id(id), m_status(status), m_answer(answer)
-    {
-    }
+    Sink(std::string* c, char i, HRESULT s, LONG a) : calls(c), id(i), status(s), answer(a) {}
     STDMETHODIMP OnEvent(VnLinkhostEventType, VARIANT, VnLinkhostEventResult* result) override
     {
-        *m_calls += m_id;
-        if (result && m_answer != kLeaveAlone)
-            *result = static_cast<VnLinkhostEventResult>(m_answer);
-        return m_status;
+        *calls += id;
+        *result = answer == 9 ? *result : static_cast<VnLinkhostEventResult>(answer);
+        return status;
     }
-
-private:
-    std::string* m_calls;
-    char m_id;
-    HRESULT m_status;
-    LONG m_answer;
+    std::string* calls;
+    char id;
+    HRESULT status;
+    LONG answer;
 };
 
 }  // namespace
 
-TEST(EventFanout, SinksHearTheEventInOrderUntilOneFailsOrVetoesAQuery)
+TEST(EventFanout, SinksHearTheEventInOrderUntilOneFailsOrVetoesAQueryWithAPlainOne)
 {
     const struct {
-        std::vector<std::pair<HRESULT, LONG>> sinks;  // status and answer of each
+        std::vector<std::pair<HRESULT, LONG>> sinks;
         LONG type, parameter;
-        HRESULT status;
-        const char* calls;
-        LONG result;
+        const char* expected;  // the calls, the status, the result
     } rows[] = {
-        {{}, 1, 1, S_OK, "", 0},
-        {{{S_OK, kLeaveAlone}, {S_OK, kLeaveAlone}, {S_FALSE, kLeaveAlone}}, 2, 1, S_FALSE, "abc", 0},  // the last status
-        {{{S_OK, kLeaveAlone}, {E_FAIL, kLeaveAlone}, {S_OK, kLeaveAlone}}, 2, 1, E_FAIL, "ab", 0},
-        {{{S_OK, 1}, {S_OK, kLeaveAlone}}, 1, 1, S_OK, "a", 1},   // a query with parameter 1 stops at a plain 1
-        {{{S_OK, 1}, {S_OK, kLeaveAlone}}, 2, 1, S_OK, "ab", 1},  // a shutdown reaches everyone
-        {{{S_OK, 1}, {S_OK, kLeaveAlone}}, 1, 2, S_OK, "ab", 1},  // so does a query with another parameter
-        {{{S_OK, Veto}, {S_OK, kLeaveAlone}}, 1, 1, S_OK, "ab", Veto},  // the published veto does not end the walk
+        {{}, 1, 1, " 0 0"}, {{{S_OK, 9}, {S_OK, 9}, {S_FALSE, 9}}, 2, 1, "abc 1 0"},
+        {{{S_OK, 9}, {E_FAIL, 9}, {S_OK, 9}}, 2, 1, "ab -2147467259 0"},
+        {{{S_OK, 1}, {S_OK, 9}}, 1, 1, "a 0 1"},
+        {{{S_OK, 1}, {S_OK, 9}}, 2, 1, "ab 0 1"}, {{{S_OK, 1}, {S_OK, 9}}, 1, 2, "ab 0 1"},  // not a query, or not with 1
+        {{{S_OK, Veto}, {S_OK, 9}}, 1, 1, "ab 0 -1946157055"},  // the published veto is not a plain 1
     };
     for (const auto& row : rows) {
         std::string calls;
         std::vector<vfc::TComPtr<IVnLinkhostEventSink>> sinks;
-        for (const auto& sink : row.sinks) {
-            RecordingSink* raw = nullptr;
-            ASSERT_EQ(S_OK, RecordingSink::Create(&raw, &calls, static_cast<char>('a' + sinks.size()), sink.first,
-                                                  sink.second));
+        for (const auto& answer : row.sinks) {
+            Sink* raw = nullptr;
+            ASSERT_EQ(S_OK, Sink::Create(&raw, &calls, static_cast<char>('a' + sinks.size()), answer.first, answer.second));
             sinks.emplace_back(raw);
             raw->Release();
         }
-        VARIANT parameter;
-        VariantInit(&parameter);
-        parameter.vt = VT_I4;
-        parameter.lVal = row.parameter;
         auto result = static_cast<VnLinkhostEventResult>(0);
-        EXPECT_EQ(row.status, FanOutEvent(sinks, row.type, parameter, &result)) << row.calls;
-        EXPECT_EQ(row.calls, calls);
-        EXPECT_EQ(row.result, result) << row.calls;
+        const HRESULT status = FanOutEvent(sinks, row.type, *vfc::TVariant(row.parameter), &result);
+        EXPECT_EQ(row.expected, calls + " " + std::to_string(status) + " " + std::to_string(result));
     }
 }

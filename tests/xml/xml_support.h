@@ -1,5 +1,5 @@
 // Helpers of the XML tests: a parser over a text, the failure an action ends
-// in, and the sample files beside the tests.
+// in, and the files of tests/xml/data (under Wine the source tree is drive Z:).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,8 +15,7 @@ namespace vn_xml_test {
 
 using P = XmlPullParser;
 
-// A parser over a text; 'R' in `flags` turns on the relaxed feature, 'N'
-// namespace processing. The stream lives as long as the parser.
+// 'R' in `flags` turns on the relaxed feature, 'N' namespace processing.
 struct Reader {
     explicit Reader(const std::string& text, const std::string& flags = "") : stream(text), parser(stream)
     {
@@ -27,7 +26,7 @@ struct Reader {
     XmlPullParser parser;
 };
 
-// The message of the parse failure that `action` ends in, or "" if it passes.
+// The message of the parse failure that `action` ends in, or "".
 template <typename Action>
 std::string FailureOf(Action action)
 {
@@ -39,17 +38,10 @@ std::string FailureOf(Action action)
     return std::string();
 }
 
-// Path of a file in tests/xml/data; under Wine the source tree is drive Z:.
-inline std::string DataPath(const std::string& name)
-{
-    const std::string here = __FILE__;
-    const std::string dir = here.substr(0, here.find_last_of("/\\"));
-    return (dir[0] == '/' ? "Z:" : "") + dir + "/data/" + name;
-}
-
 inline std::string DataFile(const std::string& name)
 {
-    std::ifstream in(DataPath(name), std::ios::binary);
+    const std::string here = __FILE__;
+    std::ifstream in((here[0] == '/' ? "Z:" : "") + here.substr(0, here.find_last_of("/\\")) + "/data/" + name, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
