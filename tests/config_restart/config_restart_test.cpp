@@ -5,59 +5,17 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "server/server_fixture.h"
-#include <shlobj.h>
-
-#include <fstream>
-
-#include "common/test_util.h"
+#include "tests/settings/config_file_support.h"
 #include "vfc/bstr.h"
 #include "vfc/text.h"
 
 namespace {
 
 using namespace vn_test;
+using namespace vn_config_test;
 
-std::string FolderFile(int csidl)
-{
-    char base[MAX_PATH] = {};
-    ::SHGetFolderPathA(nullptr, csidl | CSIDL_FLAG_CREATE, nullptr, 0, base);
-    return std::string(base) + "\\Velorin\\VnLinkhost\\Konfiguration\\VnLinkhost.xml";
-}
-std::string PrimaryFile() { return FolderFile(CSIDL_LOCAL_APPDATA); }
-bool FileExists(const std::string& path) { return !(::GetFileAttributesA(path.c_str()) & FILE_ATTRIBUTE_DIRECTORY); }
-std::string ReadBytes(const std::string& path) { return ReadWholeFile(path); }
-
-// Both configuration files are taken away for a test and put back after it.
-class TConfigFilesGuard {
-public:
-    TConfigFilesGuard()
-    {
-        for (int csidl : {CSIDL_LOCAL_APPDATA, CSIDL_APPDATA}) {
-            const std::string path = FolderFile(csidl);
-            m_saved.push_back({path, FileExists(path), ReadWholeFile(path)});
-            ::DeleteFileA(path.c_str());
-        }
-    }
-    ~TConfigFilesGuard()
-    {
-        for (const auto& file : m_saved) {
-            ::DeleteFileA(file.path.c_str());
-            if (file.existed)
-                std::ofstream(file.path, std::ios::binary | std::ios::trunc) << file.bytes;
-        }
-    }
-
-private:
-    struct Saved {
-        std::string path;
-        bool existed;
-        std::string bytes;
-    };
-    std::vector<Saved> m_saved;
-};
 
 class ConfigRestart : public testing::Test {
 protected:
