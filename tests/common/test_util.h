@@ -11,14 +11,13 @@ namespace vn_test {
 std::string BinDir();
 // The whole file, or an empty text when it can't be read.
 std::string ReadWholeFile(const std::string& path);
-// Runs a command line, waits up to `timeoutMs`, and gives its exit code
-// (or 0xDEAD if it had to be killed, ~0u if it could not start).
-DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs = 60000);
 
 // A started child process that is killed if the test forgets it.
 class TChild {
 public:
-    explicit TChild(const std::string& commandLine);
+    explicit TChild(const std::string& commandLine) : TChild(commandLine, nullptr) {}
+    // With `output`, an inheritable handle that gets the child's stdout and stderr.
+    TChild(const std::string& commandLine, HANDLE output);
     ~TChild();
     TChild(const TChild&) = delete;
     TChild& operator=(const TChild&) = delete;
@@ -31,6 +30,12 @@ public:
 private:
     PROCESS_INFORMATION m_pi = {};
 };
+
+// Runs a command line, waits up to `timeoutMs`, and gives its exit code
+// (or 0xDEAD if it had to be killed, ~0u if it could not start).
+DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs = 60000);
+// The same, with its standard output and error in `output`.
+DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs = 60000);
 
 // Polls `pred` every 20 ms until it holds or `timeoutMs` passed.
 template <typename Pred>
@@ -45,22 +50,14 @@ bool WaitUntil(Pred pred, DWORD timeoutMs)
     return true;
 }
 
-}  // namespace vn_test
-
-namespace vn_test {
-
-// Runs a command line with its standard output and error going to a file
-// and gives the exit code and what it printed.
-DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs = 60000);
-
 // Id of a process with exactly this image name other than this one, or 0.
 DWORD FindProcess(const char* imageName);
 
-// Current size of the log file of the product in this prefix, and the
-// number of lines containing `text` that were added since `offset`.
+// Current size of the product's log file in this prefix, what was added
+// since `offset`, and how often `text` occurs in that.
 size_t LogSize();
-int CountLogLinesSince(size_t offset, const std::string& text);
 std::string LogSince(size_t offset);
+int CountLogLinesSince(size_t offset, const std::string& text);
 
 // Text of a registry value (REG_SZ), or "<missing>".
 std::string RegText(HKEY root, const std::string& key, const char* value);

@@ -6,9 +6,7 @@
 #include "xml/vn_document.h"
 #include "xml/xml_pull_parser.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <string>
@@ -18,24 +16,9 @@
 namespace {
 
 // Each parse failure appends to "XmlPullException.log" in the current
-// directory. The fuzzer works in a folder of its own where that name leads to
+// directory; the fuzzer works in a folder of its own where that name leads to
 // /dev/null, so millions of failures cost no disk.
 char g_scratch[] = "/tmp/vn-xml-fuzz-XXXXXX";
-
-void LeaveScratchDirectory()
-{
-    ::unlink("XmlPullException.log");
-    ::rmdir(g_scratch);
-}
-
-void EnterScratchDirectory()
-{
-    if (!::mkdtemp(g_scratch) || ::chdir(g_scratch) != 0)
-        std::abort();
-    if (::symlink("/dev/null", "XmlPullException.log") != 0)
-        std::abort();
-    std::atexit(LeaveScratchDirectory);
-}
 
 void Check(bool condition)
 {
@@ -43,42 +26,31 @@ void Check(bool condition)
         std::abort();
 }
 
-// Walks the events the way a caller would, touching every accessor that the
-// current event allows.
+// Walks the events as a caller would, touching what each event allows.
 void DriveParser(const std::string& document, uint8_t mode)
 {
     std::istringstream stream(document);
     XmlPullParser parser(stream);
     parser.setFeature(XmlPullParser::FEATURE_RELAXED, (mode & 1) != 0);
     parser.setFeature(XmlPullParser::FEATURE_PROCESS_NAMESPACES, (mode & 2) != 0);
-    const bool tokens = (mode & 4) != 0;
     try {
-        for (;;) {
-            const int type = tokens ? parser.nextToken() : parser.next();
-            Check(type >= XmlPullParser::START_DOCUMENT && type <= XmlPullParser::DOCDECL);
-            Check(parser.getDepth() >= 0);
-            int start = 0;
-            int length = 0;
+        for (int type = 0; type != XmlPullParser::END_DOCUMENT;) {
+            type = (mode & 4) ? parser.nextToken() : parser.next();
+            Check(type >= XmlPullParser::START_DOCUMENT && type <= XmlPullParser::DOCDECL && parser.getDepth() >= 0);
+            int start = 0, length = 0;
             const char* chars = parser.getTextCharacters(start, length);
-            const std::string text = parser.getText();
-            Check(chars ? static_cast<size_t>(length) == text.size() : text.empty());
+            Check(chars ? static_cast<size_t>(length) == parser.getText().size() : parser.getText().empty());
             (void)parser.getPositionDescription();
             if (type == XmlPullParser::START_TAG) {
-                Check(parser.getAttributeCount() >= 0);
-                for (int i = 0; i < parser.getAttributeCount(); ++i) {
-                    (void)parser.getAttributeNamespace(i);
-                    (void)parser.getAttributePrefix(i);
-                    (void)parser.getAttributeValue(nullptr, parser.getAttributeName(i).c_str());
-                }
+                (void)parser.isEmptyElementTag();
+                for (int i = 0; i < parser.getAttributeCount(); ++i)
+                    (void)(parser.getAttributeNamespace(i) + parser.getAttributePrefix(i) +
+                           parser.getAttributeValue(nullptr, parser.getAttributeName(i).c_str()));
                 for (int d = 0; d <= parser.getDepth(); ++d)
                     Check(parser.getNamespaceCount(d) >= 0);
-                (void)parser.isEmptyElementTag();
             }
-            if (type == XmlPullParser::TEXT || type == XmlPullParser::CDSECT ||
-                type == XmlPullParser::IGNORABLE_WHITESPACE)
+            if (type == XmlPullParser::TEXT || type == XmlPullParser::IGNORABLE_WHITESPACE)
                 (void)parser.isWhitespace();
-            if (type == XmlPullParser::END_DOCUMENT)
-                break;
         }
     } catch (const XmlPullParserException&) {
         // The described failure of a bad document.
@@ -90,17 +62,17 @@ void CheckTree(VnNode* root)
 {
     Check(root->GetParent() == nullptr);
     std::vector<VnNode*> stack{root};
-    while (!stack.empty()) {
-        VnNode* node = stack.back();
-        stack.pop_back();
-        Check(root->FindNode(node->GetName()) != nullptr);
-        for (VnNode* child : node->GetChildren()) {
-            Check(child->GetParent() == node);
+    for (size_t i = 0; i < stack.size(); ++i) {
+        Check(root->FindNode(stack[i]->GetName()) != nullptr);
+        for (VnNode* child : stack[i]->GetChildren()) {
+            Check(child->GetParent() == stack[i]);
             stack.push_back(child);
         }
     }
 }
 
+// A loaded tree is written and read back; the writer does no escaping, so
+// its output need not read back, but it must never take the reader down.
 void DriveDocument(const std::string& document)
 {
     VnDocument loaded;
@@ -116,8 +88,6 @@ void DriveDocument(const std::string& document)
     for (const char* indent : {"", "\t"}) {
         std::ostringstream out;
         loaded.Write(out, indent);
-        // The writer does no escaping, so its output need not read back; it
-        // must only never take the reader down.
         VnDocument again;
         std::istringstream back(out.str());
         try {
@@ -131,7 +101,12 @@ void DriveDocument(const std::string& document)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    EnterScratchDirectory();
+    if (!::mkdtemp(g_scratch) || ::chdir(g_scratch) != 0 || ::symlink("/dev/null", "XmlPullException.log") != 0)
+        std::abort();
+    std::atexit([] {
+        ::unlink("XmlPullException.log");
+        ::rmdir(g_scratch);
+    });
     return 0;
 }
 

@@ -70,9 +70,15 @@ inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
     return server.WaitGone(ms);
 }
 
-}  // namespace vn_test
-
-namespace vn_test {
+// Ends a server that an earlier test left running, so that nothing of one
+// test lives into the next.
+inline void EndServer()
+{
+    if (TServerProcess().alive()) {
+        auto host = CreateRoot();
+        ShutDownServer(host);
+    }
+}
 
 // Registers the test plug-in (tests/doubles/test_plugin) in the plug-in
 // category of the prefix, and removes it with its settings again.

@@ -1,9 +1,8 @@
 // Stand-in for the platform's CREDUI.DLL. Wine's own prompt fails at once
 // without a display, and CredUIPromptForCredentialsA even ends the process, so
 // the tests put this library beside the test program and load it with
-// WINEDLLOVERRIDES="credui=n". It answers as a user would, from the values
-// that the test wrote under HKCU\Software\VnLinkhostTest\CredUI, and writes
-// down what it was asked (see credui_standin.h).
+// WINEDLLOVERRIDES="credui=n". It answers as a user would and writes down what
+// it was asked (see credui_standin.h).
 #include <windows.h>
 #include <wincred.h>
 
@@ -15,10 +14,9 @@ namespace st = vn_credui_standin;
 
 namespace {
 
-// Prompts open at this moment in this process, and an event that is set when
-// a second one opens beside the first. A prompt that is told to stay open
-// waits for that event, so that two prompts at once are seen however the
-// threads are scheduled.
+// Prompts open at this moment, and an event set when a second one opens
+// beside the first: a prompt told to stay open waits for it, so that two
+// prompts at once are seen however the threads are scheduled.
 LONG g_open = 0;
 HANDLE g_overlap = nullptr;
 // Keeps the journal's read-modify-write steps of two prompting threads apart.
@@ -26,11 +24,8 @@ SRWLOCK g_journal = SRWLOCK_INIT;
 
 void CopyOut(const std::wstring& text, PWSTR buffer, ULONG chars)
 {
-    if (!buffer || !chars)
-        return;
-    size_t n = std::min<size_t>(text.size(), chars - 1);
-    text.copy(buffer, n);
-    buffer[n] = L'\0';
+    if (buffer && chars)
+        buffer[text.copy(buffer, std::min<size_t>(text.size(), chars - 1))] = L'\0';
 }
 
 }  // namespace
@@ -49,17 +44,15 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 
 // Exported as CredUIPromptForCredentialsW (see credui.def); its own name
 // keeps it apart from the platform's declaration in wincred.h.
-extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR target, PCtxtHandle context,
-                                                    DWORD authError, PWSTR userName, ULONG userNameChars,
-                                                    PWSTR password, ULONG passwordChars, BOOL* save, DWORD flags)
+extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR target, PCtxtHandle context, DWORD,
+                                                    PWSTR userName, ULONG userNameChars, PWSTR password,
+                                                    ULONG passwordChars, BOOL* save, DWORD flags)
 {
-    (void)authError;
     ::AcquireSRWLockExclusive(&g_journal);
     LONG open = ::InterlockedIncrement(&g_open);
     if (open > 1)
         ::SetEvent(g_overlap);
-    if (static_cast<DWORD>(open) > st::ReadDword(L"MaxOpen", 0))
-        st::WriteDword(L"MaxOpen", static_cast<DWORD>(open));
+    st::WriteDword(L"MaxOpen", std::max(static_cast<DWORD>(open), st::ReadDword(L"MaxOpen", 0)));
     st::WriteDword(L"Prompts", st::ReadDword(L"Prompts", 0) + 1);
     st::WriteText(L"Target", target ? target : L"");
     st::WriteText(L"Message", info && info->pszMessageText ? info->pszMessageText : L"");
@@ -74,7 +67,6 @@ extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR 
 
     if (DWORD holdMs = st::ReadDword(L"HoldMs", 0))
         ::WaitForSingleObject(g_overlap, holdMs);
-
     DWORD answer = st::ReadDword(L"Answer", ERROR_CANCELLED);
     if (answer == NO_ERROR) {
         CopyOut(st::ReadText(L"Login"), userName, userNameChars);

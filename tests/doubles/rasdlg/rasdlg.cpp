@@ -20,9 +20,7 @@ using vn_standin::kRasdlgKey;
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 {
-    if (reason == DLL_PROCESS_ATTACH && vn_standin::ReadDword(kRasdlgKey, vn_standin::kUnloadable, 0))
-        return FALSE;
-    return TRUE;
+    return reason != DLL_PROCESS_ATTACH || !vn_standin::ReadDword(kRasdlgKey, vn_standin::kUnloadable, 0);
 }
 
 extern "C" BOOL WINAPI RasPhonebookDlgA(LPCSTR, LPCSTR, vn_ras::TRasPhonebookDlg* info)

@@ -14,9 +14,7 @@ using vn_standin::kSensapiKey;
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 {
-    if (reason == DLL_PROCESS_ATTACH && vn_standin::ReadDword(kSensapiKey, vn_standin::kUnloadable, 0))
-        return FALSE;
-    return TRUE;
+    return reason != DLL_PROCESS_ATTACH || !vn_standin::ReadDword(kSensapiKey, vn_standin::kUnloadable, 0);
 }
 
 extern "C" BOOL WINAPI IsNetworkAlive(LPDWORD flags)
@@ -32,14 +30,5 @@ extern "C" BOOL WINAPI IsNetworkAlive(LPDWORD flags)
 }
 
 // The platform's two other entry points; nothing in the system calls them.
-extern "C" BOOL WINAPI IsDestinationReachableA(LPCSTR, void*)
-{
-    SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-    return FALSE;
-}
-
-extern "C" BOOL WINAPI IsDestinationReachableW(LPCWSTR, void*)
-{
-    SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-    return FALSE;
-}
+extern "C" BOOL WINAPI IsDestinationReachableA(LPCSTR, void*) { return FALSE; }
+extern "C" BOOL WINAPI IsDestinationReachableW(LPCWSTR, void*) { return FALSE; }

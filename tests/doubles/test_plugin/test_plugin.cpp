@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <ole2.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "vnlinkhost.h"
@@ -19,20 +20,8 @@ DWORD ReadSetting(const char* name, DWORD fallback)
     return value;
 }
 
-// Appends "type:parameter;" to the value "Events" so that a test can see what the sinks heard.
-void RecordEvent(long type, long parameter)
-{
-    char events[4096] = {};
-    DWORD size = sizeof events;
-    RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", RRF_RT_REG_SZ, nullptr, events, &size);
-    char entry[64];
-    wsprintfA(entry, "%ld:%ld;", type, parameter);
-    if (lstrlenA(events) + lstrlenA(entry) < static_cast<int>(sizeof events))
-        lstrcatA(events, entry);
-    RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", REG_SZ, events, lstrlenA(events) + 1);
-}
-
-// One small base for the objects of this DLL.
+// One small base for the objects of this DLL; each also answers for the
+// extension's id, under which the plug-in publishes one of them.
 template <typename I>
 class Object : public I {
 public:
@@ -40,13 +29,11 @@ public:
     virtual ~Object() { --g_objects; }
     STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
     {
-        if (iid == IID_IUnknown || iid == __uuidof(I) || iid == IID_VnTestExtension) {
-            *ppv = static_cast<I*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
+        *ppv = iid == IID_IUnknown || iid == __uuidof(I) || iid == IID_VnTestExtension ? this : nullptr;
+        if (!*ppv)
+            return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return ++m_ref; }
     STDMETHODIMP_(ULONG) Release() override
@@ -65,7 +52,13 @@ class Sink : public Object<IVnLinkhostEventSink> {
 public:
     STDMETHODIMP OnEvent(VnLinkhostEventType type, VARIANT parameter, VnLinkhostEventResult* result) override
     {
-        RecordEvent(static_cast<long>(type), parameter.vt == VT_I4 ? parameter.lVal : -1);
+        // Appends "type:parameter;" to "Events", so that a test can see what the sinks heard.
+        char events[4096] = {};
+        DWORD size = sizeof events;
+        RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", RRF_RT_REG_SZ, nullptr, events, &size);
+        const int used = std::min(lstrlenA(events), 4000);
+        wsprintfA(events + used, "%ld:%ld;", static_cast<long>(type), parameter.vt == VT_I4 ? parameter.lVal : -1L);
+        RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", REG_SZ, events, lstrlenA(events) + 1);
         if (result)
             *result = static_cast<VnLinkhostEventResult>(ReadSetting("SinkAnswer", 0));
         return static_cast<HRESULT>(ReadSetting("SinkStatus", S_OK));
@@ -88,28 +81,27 @@ public:
         extension->Release();
 
         IUnknown* unknown = nullptr;
-        BSTR name = SysAllocString(L"TestPlugin");
-        if (SUCCEEDED(extendable->CreateLogger(name, &unknown))) {
-            ILogger* logger = nullptr;
-            if (SUCCEEDED(unknown->QueryInterface(IID_ILogger, reinterpret_cast<void**>(&logger)))) {
-                BSTR line = SysAllocString(L"initialised");
-                logger->WriteLine(line);
-                SysFreeString(line);
-                logger->Release();
-            }
-            unknown->Release();
+        ILogger* logger = nullptr;
+        BSTR name = SysAllocString(L"TestPlugin"), line = SysAllocString(L"initialised");
+        if (SUCCEEDED(extendable->CreateLogger(name, &unknown)) &&
+            SUCCEEDED(unknown->QueryInterface(IID_ILogger, reinterpret_cast<void**>(&logger)))) {
+            logger->WriteLine(line);
+            logger->Release();
         }
+        if (unknown)
+            unknown->Release();
         SysFreeString(name);
+        SysFreeString(line);
         extendable->Release();
         return S_OK;
     }
     STDMETHODIMP GetInfo(VARIANT query, VARIANT* result) override
     {
         VariantInit(result);
-        if (query.vt != VT_BSTR)
-            return S_OK;
-        result->vt = VT_BSTR;
-        result->bstrVal = SysAllocString(lstrcmpW(query.bstrVal, L"Version") == 0 ? L"7.1" : L"Testerweiterung");
+        if (query.vt == VT_BSTR) {
+            result->vt = VT_BSTR;
+            result->bstrVal = SysAllocString(lstrcmpW(query.bstrVal, L"Version") == 0 ? L"7.1" : L"Testerweiterung");
+        }
         return S_OK;
     }
 };
@@ -118,12 +110,8 @@ class Factory : public IClassFactory {
 public:
     STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
     {
-        if (iid == IID_IUnknown || iid == IID_IClassFactory) {
-            *ppv = this;
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
+        *ppv = iid == IID_IUnknown || iid == IID_IClassFactory ? this : nullptr;
+        return *ppv ? S_OK : E_NOINTERFACE;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return 2; }
     STDMETHODIMP_(ULONG) Release() override { return 1; }
@@ -137,17 +125,13 @@ public:
         return hr;
     }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
-};
-
-Factory g_factory;
+} g_factory;
 
 }  // namespace
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
 {
-    if (clsid != CLSID_VnTestPlugin)
-        return CLASS_E_CLASSNOTAVAILABLE;
-    return g_factory.QueryInterface(iid, ppv);
+    return clsid == CLSID_VnTestPlugin ? g_factory.QueryInterface(iid, ppv) : CLASS_E_CLASSNOTAVAILABLE;
 }
 
 extern "C" HRESULT WINAPI DllCanUnloadNow() { return g_objects == 0 ? S_OK : S_FALSE; }

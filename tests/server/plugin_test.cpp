@@ -9,29 +9,25 @@ namespace {
 
 using namespace vn_test;
 
-
-
-
-class PluginSink : public testing::Test {
+class Plugins : public testing::Test {
 protected:
     static void SetUpTestSuite()
     {
         ASSERT_EQ(0u, RunServer("/RegServer"));
         RegisterTestPlugin();
     }
-    static void TearDownTestSuite()
-    {
-        UnregisterTestPlugin();
-    }
+    static void TearDownTestSuite() { UnregisterTestPlugin(); }
+    void TearDown() override { EndServer(); }
 };
 
-TEST_F(PluginSink, PluginIsLoadedAndListedAndItsExtensionIsPublished)
+TEST_F(Plugins, PluginIsLoadedListedAndPublishedAndItsSinkHearsTheEnd)
 {
     SetSinkAnswer(0);
+    RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events");
     const size_t log = LogSize();
     auto host = CreateRoot();
     ASSERT_TRUE(host);
-    std::string lines = LogSince(log);
+    const std::string lines = LogSince(log);
     EXPECT_NE(std::string::npos, lines.find("Plugins found: \r\n")) << lines;
     EXPECT_NE(std::string::npos, lines.find("[TestPlugin]  initialised")) << lines;
     EXPECT_NE(std::string::npos, lines.find("  Testerweiterung               \t7.1")) << lines;
@@ -40,28 +36,13 @@ TEST_F(PluginSink, PluginIsLoadedAndListedAndItsExtensionIsPublished)
     EXPECT_EQ(S_OK, host->GetExtensionInterface(&IID_VnTestExtension, extension.put()));
     EXPECT_TRUE(extension);
     extension.reset();
-    EXPECT_TRUE(ShutDownServer(host));
-}
+    EXPECT_EQ("<missing>", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
 
-TEST_F(PluginSink, AgreeingSinkLetsTheServerEnd)
-{
-    SetSinkAnswer(0);
-    auto host = CreateRoot();
-    ASSERT_TRUE(host);
+    // An agreeing sink lets the server end; it heard plain 2 with a
+    // parameter of 1, once, from the root object's last release.
     TServerProcess server;
     EXPECT_TRUE(ShutDownServer(host));
     EXPECT_EQ(0u, server.ExitCode());
-}
-
-TEST_F(PluginSink, SinksHearTheShutdownWhenTheLastClientGoes)
-{
-    SetSinkAnswer(0);
-    RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events");
-    auto host = CreateRoot();
-    ASSERT_TRUE(host);
-    EXPECT_EQ("<missing>", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
-    EXPECT_TRUE(ShutDownServer(host));
-    // Plain 2 with a parameter of 1, once, from the root object's last release.
     EXPECT_EQ("2:1;", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
 }
 
