@@ -28,10 +28,9 @@ Routes; request bodies are always read, connections kept alive:
 import argparse
 import base64
 import collections
-import email.utils
 import functools
 import hashlib
-import http
+import http.server
 import json
 import os
 import select
@@ -43,7 +42,6 @@ import time
 import urllib.parse
 
 TLS_LISTENERS = ("https", "expired", "notyet", "wrongname", "selfsigned", "untrusted")
-EMPTY_SHA256 = hashlib.sha256(b"").hexdigest()
 
 
 def generated(seed, n, piece=1 << 18):
@@ -69,124 +67,57 @@ def digest(seed, n):
     return h.hexdigest()
 
 
-class Gone(Exception):
-    """The connection ended."""
+class Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version, timeout = "HTTP/1.1", 120
+    disable_nagle_algorithm = True  # else a head and a body in two writes wait for the client's delayed ACK
 
+    def setup(self):
+        super().setup()
+        self.conn_number, self.seq = self.server.origin.next_connection(), 0
 
-class Conn:
-    def __init__(self, sock, listener, number):
-        self.sock, self.listener, self.number = sock, listener, number
-        self.buf, self.closed = bytearray(), False
+    def version_string(self):
+        return "vn-origin/1"
 
-    def _fill(self):
+    def log_message(self, *args):
+        pass
+
+    def __getattr__(self, name):  # do_GET, do_DELETE, ...: every verb is served alike
+        if name.startswith("do_"):
+            return self.serve
+        raise AttributeError(name)
+
+    def serve(self):
+        self.seq += 1
+        split = urllib.parse.urlsplit(self.path)
+        self.route, self.query = split.path, urllib.parse.parse_qs(split.query, keep_blank_values=True)
         try:
-            data = self.sock.recv(65536)
-        except OSError as e:
-            raise Gone(str(e))
-        if not data:
-            raise Gone("end of data")
-        self.buf += data
+            self.read_body()
+            self.dispatch()
+        except ValueError as e:
+            self.reply(400, "bad request: %s\n" % e, keep=False)
 
-    def readline(self):
-        while b"\n" not in self.buf and len(self.buf) < 65536:
-            self._fill()
-        end = self.buf.find(b"\n") + 1 or len(self.buf)
-        line = bytes(self.buf[:end])
-        del self.buf[:end]
-        return line
-
-    def read(self, limit):
-        if not self.buf:
-            self._fill()
-        data = bytes(self.buf[:limit])
-        del self.buf[:limit]
-        return data
-
-    def send(self, data):
-        try:
-            self.sock.sendall(data)
-        except OSError as e:
-            raise Gone(str(e))
-
-    def close(self):
-        """An end the client can tell from a reset: close_notify, FIN, and a
-        short drain so that a late client write can't turn it into RST."""
-        if self.closed:
-            return
-        self.closed = True
-        try:
-            self.sock.settimeout(0.3)
-            if isinstance(self.sock, ssl.SSLSocket):
-                try:
-                    self.sock.unwrap()  # many clients never answer the close_notify
-                except (OSError, ValueError):
-                    pass
-            self.sock.shutdown(socket.SHUT_WR)
-            deadline = time.monotonic() + 1
-            while time.monotonic() < deadline and self.sock.recv(65536):
-                pass
-        except (OSError, ValueError):
-            pass
-        self.sock.close()
-
-    def reset(self):
-        self.closed = True
-        self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-        self.sock.close()
-
-    def hold(self, max_ms, lifetime):
-        """Keeps the connection unanswered until the client closes it or
-        max_ms (else the server's lifetime) passed."""
-        deadline = time.monotonic() + (max_ms / 1000.0 if max_ms else lifetime)
-        while time.monotonic() < deadline:
-            pending = isinstance(self.sock, ssl.SSLSocket) and self.sock.pending()
-            if pending or select.select([self.sock], [], [], 0.25)[0]:
-                try:
-                    self.read(65536)
-                except Gone:
-                    break
-        self.close()
-
-
-class Request:
-    def __init__(self, conn, seq):
-        self.conn, self.seq = conn, seq
-        line = conn.readline()
-        if not line.strip():  # one stray empty line between requests
-            line = conn.readline()
-        self.method, self.target, self.version = line.decode("latin-1").split()
-        self.headers = []
-        for _ in range(200):
-            name, _, value = conn.readline().decode("latin-1").strip().partition(":")
-            if not name:
-                break
-            self.headers.append([name.strip(), value.strip()])
-        split = urllib.parse.urlsplit(self.target)
-        self.path, self.query = split.path, urllib.parse.parse_qs(split.query, keep_blank_values=True)
-        self.body_length, self.chunked, h = 0, False, hashlib.sha256()
+    def read_body(self):
+        h, self.body_length = hashlib.sha256(), 0
+        self.chunked = "chunked" in self.headers.get("Transfer-Encoding", "").lower()
 
         def take(left):
             while left > 0:
-                part = conn.read(min(left, 1 << 20))
+                part = self.rfile.read(min(left, 1 << 20))
+                if not part:
+                    raise ConnectionError("the body ended short")
                 h.update(part)
                 self.body_length += len(part)
                 left -= len(part)
 
-        if self.header("Expect").lower() == "100-continue":
-            conn.send(b"HTTP/1.1 100 Continue\r\n\r\n")
-        if "chunked" in self.header("Transfer-Encoding").lower():
-            self.chunked = True
-            for size in iter(lambda: int(conn.readline().split(b";")[0], 16), 0):
+        if self.chunked:
+            for size in iter(lambda: int(self.rfile.readline().split(b";")[0], 16), 0):
                 take(size)
-                conn.readline()
-            while conn.readline().strip():  # trailers
+                self.rfile.readline()
+            while self.rfile.readline().strip():  # trailers
                 pass
         else:
-            take(int(self.header("Content-Length") or 0))
+            take(int(self.headers.get("Content-Length") or 0))
         self.body_sha256 = h.hexdigest()
-
-    def header(self, name):
-        return next((v for k, v in self.headers if k.lower() == name.lower()), "")
 
     def arg(self, name, default=None):
         return self.query.get(name, [default])[0]
@@ -195,63 +126,145 @@ class Request:
         text = self.arg(name)
         return int(text, 0) if text else default
 
-    def keep_alive(self):
-        tokens = [t.strip().lower() for t in self.header("Connection").split(",")]
-        return "keep-alive" in tokens if self.version == "HTTP/1.0" else "close" not in tokens
-
     def describe(self, **more):
-        c = self.conn
-        return dict(listener=c.listener, conn=c.number, seq=self.seq, method=self.method, target=self.target,
-                    path=self.path, version=self.version, headers=self.headers, body_length=self.body_length,
-                    body_sha256=self.body_sha256, **more)
+        return dict(listener=self.server.name, conn=self.conn_number, seq=self.seq, method=self.command, target=self.path,
+                    path=self.route, version=self.request_version, headers=[list(h) for h in self.headers.items()],
+                    body_length=self.body_length, body_sha256=self.body_sha256, **more)
+
+    def head(self, status, headers, keep=True):
+        if self.route != "/__log":
+            self.server.origin.add(self.describe(status=status))
+        self.send_response(status)
+        for name, value in headers:
+            self.send_header(name, value)
+        self.send_header("Connection", "keep-alive" if keep and not self.close_connection else "close")
+        self.end_headers()
+
+    def reply(self, status, body, headers=(), keep=True, content_type="text/plain"):
+        body = body.encode("utf-8") if isinstance(body, str) else body
+        has_body = status not in (204, 304)
+        fixed = [("Content-Type", content_type), ("Content-Length", len(body))] if has_body else []
+        self.head(status, fixed + list(headers), keep)
+        if has_body and self.command != "HEAD":
+            self.wfile.write(body)
+
+    def json(self, obj, status=200):
+        self.reply(status, json.dumps(obj) + "\n", content_type="application/json")
+
+    def body(self, sent=None, piece=1 << 18, delay_ms=0):
+        """Answers with the generated body of ?n= and ?seed=, of which only `sent` bytes go out."""
+        n, seed, mode = self.number("n", 1024), self.number("seed", 1), self.arg("mode", "length")
+        sent = n if sent is None else min(sent, n)
+        if mode not in ("length", "chunked", "close"):
+            raise ValueError("mode must be length, chunked or close")
+        headers = [("Content-Type", "application/octet-stream"), ("X-Body-Sha256", digest(seed, n)),
+                   ("X-Body-Length", n)]
+        if mode != "close":
+            headers.append(("Transfer-Encoding", "chunked") if mode == "chunked" else ("Content-Length", n))
+        self.head(200, headers, keep=mode != "close" and sent == n)
+        for data in generated(seed, sent if self.command != "HEAD" else 0, piece):
+            time.sleep(delay_ms / 1000.0)
+            self.wfile.write(b"%x\r\n%s\r\n" % (len(data), data) if mode == "chunked" else data)
+        if mode == "chunked" and sent == n and self.command != "HEAD":
+            self.wfile.write(b"0\r\n\r\n")
+
+    def hold(self, max_ms):
+        """Leaves the connection unanswered until the client closes it or
+        max_ms (else the server's lifetime) passed."""
+        deadline, sock = time.monotonic() + (max_ms / 1000.0 if max_ms else self.server.origin.lifetime), self.connection
+        while time.monotonic() < deadline:
+            pending = isinstance(sock, ssl.SSLSocket) and sock.pending()
+            if (pending or select.select([sock], [], [], 0.25)[0]) and not sock.recv(65536):
+                break
+        self.close_connection = True
+
+    def reset(self):
+        self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        self.connection.close()
+        self.close_connection = True
+
+    def dispatch(self):
+        route = self.route
+        if route == "/echo":
+            return self.json(self.describe(query=self.query, tls=self.server.name != "http"), self.number("status", 200))
+        if route == "/bytes":
+            return self.body()
+        if route == "/slow":
+            time.sleep(self.number("head_delay_ms", 0) / 1000.0)
+            return self.body(piece=self.number("piece", 64), delay_ms=self.number("delay_ms", 100))
+        if route in ("/short", "/reset-mid", "/stall"):
+            self.body(sent=self.number("sent", self.number("n", 1024) // 2))
+            if route == "/reset-mid":
+                time.sleep(self.number("pause_ms", 200) / 1000.0)
+                self.reset()
+            return self.hold(self.number("max_ms", 0)) if route == "/stall" else None
+        if route in ("/reset", "/silent"):
+            self.server.origin.add(self.describe(status=0))
+            return self.reset() if route == "/reset" else self.hold(self.number("max_ms", 0))
+        if route.startswith("/status/"):
+            return self.reply(int(route[8:]), "status %s\n" % route[8:])
+        if route == "/redirect":
+            to = self.arg("to", "/echo")
+            return self.reply(self.number("code", 302), "redirect to %s\n" % to, [("Location", to)])
+        if route == "/upload":
+            return self.json({"method": self.command, "length": self.body_length, "sha256": self.body_sha256,
+                              "chunked": self.chunked})
+        if route == "/headers":
+            return self.reply(200, "ok\n", [h.split(":", 1) for h in self.query.get("h", [])])
+        if route == "/auth/basic":
+            login = base64.b64encode(("%s:%s" % (self.arg("user", "user"), self.arg("pass", "pass"))).encode())
+            if self.headers.get("Authorization", "").split() == ["Basic", login.decode()]:
+                return self.json(self.describe(query=self.query, tls=self.server.name != "http"))
+            realm = 'Basic realm="%s"' % self.arg("realm", "vn")
+            return self.reply(401, "authorization required\n", [("WWW-Authenticate", realm)])
+        if route == "/__log":
+            return self.json(self.server.origin.since(self.number("since", 0)))
+        self.reply(404, "no route for %s\n" % route)
+
+
+class Listener(http.server.ThreadingHTTPServer):
+    def __init__(self, origin, name, context):
+        self.origin, self.name, self.context = origin, name, context
+        super().__init__(("127.0.0.1", 0), Handler)
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    def get_request(self):
+        sock, address = super().get_request()
+        if self.context:  # the handshake happens on the connection's own thread
+            sock = self.context.wrap_socket(sock, server_side=True, do_handshake_on_connect=False)
+        return sock, address
+
+    def shutdown_request(self, request):
+        """An end the client can tell from a reset: close_notify, FIN, and a
+        short drain, so that a late client write can't turn it into RST."""
+        try:
+            request.settimeout(0.3)
+            if isinstance(request, ssl.SSLSocket):
+                try:
+                    request.unwrap()  # many clients never answer the close_notify
+                except (OSError, ValueError):
+                    pass
+            request.shutdown(socket.SHUT_WR)
+            deadline = time.monotonic() + 1
+            while time.monotonic() < deadline and request.recv(65536):
+                pass
+        except (OSError, ValueError):
+            pass
+        request.close()
+
+    def handle_error(self, request, address):
+        pass  # a client that went away, or a failed TLS handshake
 
 
 class Origin:
     def __init__(self, args):
-        self.lifetime = args.lifetime
-        self.log_file = open(args.log, "a", encoding="utf-8") if args.log else None
-        self.log, self.lock, self.last_id, self.connections = collections.deque(maxlen=20000), threading.Lock(), 0, 0
+        self.lifetime, self.lock, self.last_id, self.connections = args.lifetime, threading.Lock(), 0, 0
+        self.log, self.log_file = collections.deque(maxlen=20000), open(args.log, "a") if args.log else None
 
-    def listen(self, name, context):
-        server = socket.socket()
-        server.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        server.bind(("127.0.0.1", 0))
-        server.listen(128)
-        threading.Thread(target=self._accept, args=(server, name, context), daemon=True).start()
-        return server.getsockname()[1]
-
-    def _accept(self, server, name, context):
-        while True:
-            sock, _ = server.accept()
-            threading.Thread(target=self._serve, args=(sock, name, context), daemon=True).start()
-
-    def _serve(self, sock, name, context):
-        # Without it a head and a body in two writes wait for the client's delayed ACK.
-        sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+    def next_connection(self):
         with self.lock:
             self.connections += 1
-            number = self.connections
-        if context:
-            sock.settimeout(10)
-            try:
-                sock = context.wrap_socket(sock, server_side=True)
-            except OSError as e:
-                self.add({"event": "tls-error", "listener": name, "conn": number, "error": str(e)})
-                return sock.close()
-        sock.settimeout(120)
-        conn = Conn(sock, name, number)
-        try:
-            for seq in range(1, 10001):
-                req = Request(conn, seq)
-                try:
-                    keep = self.dispatch(req)
-                except ValueError as e:
-                    keep = self.reply(req, 400, "bad request: %s\n" % e, keep=False)
-                if not keep or conn.closed:
-                    break
-        except (Gone, ValueError, OSError):
-            pass
-        conn.close()
+            return self.connections
 
     def add(self, entry):
         with self.lock:
@@ -262,99 +275,9 @@ class Origin:
                 self.log_file.write(json.dumps(entry) + "\n")
                 self.log_file.flush()
 
-    def head(self, req, status, headers, keep):
-        if req.path != "/__log":
-            self.add(req.describe(status=status))
-        try:
-            reason = http.HTTPStatus(status).phrase
-        except ValueError:
-            reason = "Status %d" % status
-        lines = ["HTTP/1.1 %d %s" % (status, reason), "Date: " + email.utils.formatdate(usegmt=True),
-                 "Server: vn-origin/1"] + ["%s: %s" % (k, v) if v else k + ":" for k, v in headers]
-        lines.append("Connection: " + ("keep-alive" if keep else "close"))
-        req.conn.send(("\r\n".join(lines) + "\r\n\r\n").encode("latin-1"))
-
-    def reply(self, req, status, body, headers=(), keep=None, content_type="text/plain"):
-        """A whole answer with a Content-Length body; whether the connection stays."""
-        body = body.encode("utf-8") if isinstance(body, str) else body
-        keep = req.keep_alive() if keep is None else keep
-        has_body = status not in (204, 304)
-        fixed = [("Content-Type", content_type), ("Content-Length", str(len(body)))] if has_body else []
-        self.head(req, status, fixed + list(headers), keep)
-        if has_body and req.method != "HEAD":
-            req.conn.send(body)
-        return keep
-
-    def json(self, req, status, obj):
-        return self.reply(req, status, json.dumps(obj) + "\n", content_type="application/json")
-
-    def body(self, req, sent=None, piece=1 << 18, delay_ms=0):
-        """Answers with the generated body of ?n= and ?seed=, of which only
-        `sent` bytes go out; whether the connection stays."""
-        n, seed, mode = req.number("n", 1024), req.number("seed", 1), req.arg("mode", "length")
-        sent = n if sent is None else min(sent, n)
-        if mode not in ("length", "chunked", "close"):
-            raise ValueError("mode must be length, chunked or close")
-        keep = req.keep_alive() and mode != "close" and sent == n
-        headers = [("Content-Type", "application/octet-stream"), ("X-Body-Sha256", digest(seed, n)),
-                   ("X-Body-Length", str(n))]
-        if mode != "close":
-            headers.append(("Transfer-Encoding", "chunked") if mode == "chunked" else ("Content-Length", str(n)))
-        self.head(req, 200, headers, keep)
-        for data in generated(seed, sent if req.method != "HEAD" else 0, piece):
-            if delay_ms:
-                time.sleep(delay_ms / 1000.0)
-            req.conn.send(b"%x\r\n%s\r\n" % (len(data), data) if mode == "chunked" else data)
-        if mode == "chunked" and sent == n and req.method != "HEAD":
-            req.conn.send(b"0\r\n\r\n")
-        return keep
-
-    def dispatch(self, req):
-        path, conn = req.path, req.conn
-        if path == "/echo":
-            return self.json(req, req.number("status", 200), req.describe(query=req.query, tls=conn.listener != "http"))
-        if path == "/bytes":
-            return self.body(req)
-        if path == "/slow":
-            time.sleep(req.number("head_delay_ms", 0) / 1000.0)
-            return self.body(req, piece=req.number("piece", 64), delay_ms=req.number("delay_ms", 100))
-        if path in ("/short", "/reset-mid", "/stall"):
-            self.body(req, sent=req.number("sent", req.number("n", 1024) // 2))
-            if path == "/short":
-                conn.close()
-            elif path == "/reset-mid":
-                time.sleep(req.number("pause_ms", 200) / 1000.0)
-                conn.reset()
-            else:
-                conn.hold(req.number("max_ms", 0), self.lifetime)
-            return False
-        if path in ("/reset", "/silent"):
-            self.add(req.describe(status=0))
-            if path == "/reset":
-                conn.reset()
-            else:
-                conn.hold(req.number("max_ms", 0), self.lifetime)
-            return False
-        if path.startswith("/status/"):
-            return self.reply(req, int(path[8:]), "status %s\n" % path[8:])
-        if path == "/redirect":
-            to = req.arg("to", "/echo")
-            return self.reply(req, req.number("code", 302), "redirect to %s\n" % to, [("Location", to)])
-        if path == "/upload":
-            return self.json(req, 200, {"method": req.method, "length": req.body_length,
-                                        "sha256": req.body_sha256, "chunked": req.chunked})
-        if path == "/headers":
-            return self.reply(req, 200, "ok\n", [h.split(":", 1) for h in req.query.get("h", [])])
-        if path == "/auth/basic":
-            login = base64.b64encode(("%s:%s" % (req.arg("user", "user"), req.arg("pass", "pass"))).encode())
-            if req.header("Authorization").split() == ["Basic", login.decode()]:
-                return self.json(req, 200, req.describe(query=req.query, tls=conn.listener != "http"))
-            realm = 'Basic realm="%s"' % req.arg("realm", "vn")
-            return self.reply(req, 401, "authorization required\n", [("WWW-Authenticate", realm)])
-        if path == "/__log":
-            with self.lock:
-                return self.json(req, 200, [e for e in self.log if e["id"] > req.number("since", 0)])
-        return self.reply(req, 404, "no route for %s\n" % path)
+    def since(self, last):
+        with self.lock:
+            return [e for e in self.log if e["id"] > last]
 
 
 def alive(pid):
@@ -376,13 +299,13 @@ def main():
     p.add_argument("--parent", type=int, default=0, help="end when this process is gone")
     args = p.parse_args()
     origin = Origin(args)
-    ports = [("http", origin.listen("http", None))]
+    ports = [("http", Listener(origin, "http", None).server_address[1])]
     for name in TLS_LISTENERS:
         stem = os.path.join(args.tls_dir or "", "localhost" if name == "https" else name)
         if args.tls_dir and os.path.exists(stem + ".pem"):
             context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
             context.load_cert_chain(stem + ".pem", stem + ".key")
-            ports.append((name, origin.listen(name, context)))
+            ports.append((name, Listener(origin, name, context).server_address[1]))
     # Held for the server's life, so that nobody else takes these ports.
     refused, blackhole = socket.socket(), socket.socket()
     refused.bind(("127.0.0.1", 0))
