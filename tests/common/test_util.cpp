@@ -63,34 +63,6 @@ DWORD TChild::Wait(DWORD timeoutMs)
     return code;
 }
 
-namespace {
-
-DWORD Finish(TChild& child, DWORD timeoutMs)
-{
-    DWORD code = child.started() ? child.Wait(timeoutMs) : ~0u;
-    if (code == STILL_ACTIVE) {
-        ::TerminateProcess(child.handle(), 0xDEAD);
-        ::WaitForSingleObject(child.handle(), 5000);
-        code = 0xDEAD;
-    }
-    return code;
-}
-
-std::string LogPath()
-{
-    char base[MAX_PATH] = {};
-    ::SHGetFolderPathA(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, base);
-    return std::string(base) + "\\Velorin\\VnLinkhost\\Konfiguration\\VnLinkhost.log";
-}
-
-}  // namespace
-
-DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs)
-{
-    TChild child(commandLine);
-    return Finish(child, timeoutMs);
-}
-
 DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs)
 {
     char folder[MAX_PATH], path[MAX_PATH];
@@ -101,13 +73,20 @@ DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD time
                                 FILE_ATTRIBUTE_NORMAL, nullptr);
     DWORD code;
     {
-        TChild child(commandLine, file);
-        code = Finish(child, timeoutMs);
+        TChild child(commandLine, file);  // killed on leaving the scope if still running
+        code = child.Wait(timeoutMs);
     }
+    code = code == STILL_ACTIVE ? 0xDEAD : code;
     ::CloseHandle(file);
     output = ReadWholeFile(path);
     ::DeleteFileA(path);
     return code;
+}
+
+DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs)
+{
+    std::string ignored;
+    return RunCapture(commandLine, ignored, timeoutMs);
 }
 
 DWORD FindProcess(const char* imageName)
@@ -123,6 +102,13 @@ DWORD FindProcess(const char* imageName)
             found = entry.th32ProcessID;
     ::CloseHandle(snapshot);
     return found;
+}
+
+static std::string LogPath()
+{
+    char base[MAX_PATH] = {};
+    ::SHGetFolderPathA(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, base);
+    return std::string(base) + "\\Velorin\\VnLinkhost\\Konfiguration\\VnLinkhost.log";
 }
 
 size_t LogSize() { return ReadWholeFile(LogPath()).size(); }

@@ -26,10 +26,9 @@ inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000)
 // A handle on the running server process, found by its image name.
 class TServerProcess {
 public:
-    TServerProcess() : m_pid(FindProcess("VnLinkhost.exe"))
+    TServerProcess()
+        : m_pid(FindProcess("VnLinkhost.exe")), m_handle(::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, m_pid))
     {
-        if (m_pid)
-            m_handle.reset(::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION | PROCESS_TERMINATE, FALSE, m_pid));
     }
     DWORD pid() const { return m_pid; }
     bool alive() const { return m_handle && ::WaitForSingleObject(m_handle.get(), 0) == WAIT_TIMEOUT; }
@@ -41,7 +40,6 @@ public:
         ::GetExitCodeProcess(m_handle.get(), &code);
         return code;
     }
-    void Terminate() const { ::TerminateProcess(m_handle.get(), 0xDEAD); }
 
 private:
     DWORD m_pid;
@@ -51,8 +49,7 @@ private:
 inline vfc::TComPtr<IVnLinkhost> CreateRoot(HRESULT* status = nullptr)
 {
     vfc::TComPtr<IVnLinkhost> host;
-    HRESULT hr = ::CoCreateInstance(CLSID_VnLinkhostObject, nullptr, CLSCTX_LOCAL_SERVER, IID_IVnLinkhost,
-                                    host.put_void());
+    HRESULT hr = ::CoCreateInstance(CLSID_VnLinkhostObject, nullptr, CLSCTX_LOCAL_SERVER, IID_IVnLinkhost, host.put_void());
     if (status)
         *status = hr;
     return host;
@@ -70,8 +67,7 @@ inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
     return server.WaitGone(ms);
 }
 
-// Ends a server that an earlier test left running, so that nothing of one
-// test lives into the next.
+// Ends a server that an earlier test left running.
 inline void EndServer()
 {
     if (TServerProcess().alive()) {
@@ -79,12 +75,5 @@ inline void EndServer()
         ShutDownServer(host);
     }
 }
-
-// Registers the test plug-in (tests/doubles/test_plugin) in the plug-in
-// category of the prefix, and removes it with its settings again.
-void RegisterTestPlugin();
-void UnregisterTestPlugin();
-// What the test plug-in's sink answers to every event.
-void SetSinkAnswer(DWORD answer);
 
 }  // namespace vn_test

@@ -31,6 +31,7 @@ import collections
 import functools
 import hashlib
 import http.server
+import itertools
 import json
 import os
 import select
@@ -67,13 +68,27 @@ def digest(seed, n):
     return h.hexdigest()
 
 
+# The request log, shared by all listeners, and the connection count.
+LOG, LOCK, IDS, CONNECTIONS = collections.deque(maxlen=20000), threading.Lock(), itertools.count(1), itertools.count(1)
+LOG_FILE, LIFETIME = None, 900
+
+
+def add(entry):
+    with LOCK:
+        entry = dict(id=next(IDS), t=round(time.time(), 3), **entry)
+        LOG.append(entry)
+        if LOG_FILE:
+            LOG_FILE.write(json.dumps(entry) + "\n")
+            LOG_FILE.flush()
+
+
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version, timeout = "HTTP/1.1", 120
     disable_nagle_algorithm = True  # else a head and a body in two writes wait for the client's delayed ACK
 
     def setup(self):
         super().setup()
-        self.conn_number, self.seq = self.server.origin.next_connection(), 0
+        self.conn_number, self.seq = next(CONNECTIONS), 0
 
     def version_string(self):
         return "vn-origin/1"
@@ -133,7 +148,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def head(self, status, headers, keep=True):
         if self.route != "/__log":
-            self.server.origin.add(self.describe(status=status))
+            add(self.describe(status=status))
         self.send_response(status)
         for name, value in headers:
             self.send_header(name, value)
@@ -171,7 +186,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def hold(self, max_ms):
         """Leaves the connection unanswered until the client closes it or
         max_ms (else the server's lifetime) passed."""
-        deadline, sock = time.monotonic() + (max_ms / 1000.0 if max_ms else self.server.origin.lifetime), self.connection
+        deadline, sock = time.monotonic() + (max_ms / 1000.0 if max_ms else LIFETIME), self.connection
         while time.monotonic() < deadline:
             pending = isinstance(sock, ssl.SSLSocket) and sock.pending()
             if (pending or select.select([sock], [], [], 0.25)[0]) and not sock.recv(65536):
@@ -199,7 +214,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 self.reset()
             return self.hold(self.number("max_ms", 0)) if route == "/stall" else None
         if route in ("/reset", "/silent"):
-            self.server.origin.add(self.describe(status=0))
+            add(self.describe(status=0))
             return self.reset() if route == "/reset" else self.hold(self.number("max_ms", 0))
         if route.startswith("/status/"):
             return self.reply(int(route[8:]), "status %s\n" % route[8:])
@@ -218,13 +233,15 @@ class Handler(http.server.BaseHTTPRequestHandler):
             realm = 'Basic realm="%s"' % self.arg("realm", "vn")
             return self.reply(401, "authorization required\n", [("WWW-Authenticate", realm)])
         if route == "/__log":
-            return self.json(self.server.origin.since(self.number("since", 0)))
+            with LOCK:
+                entries = [e for e in LOG if e["id"] > self.number("since", 0)]
+            return self.json(entries)
         self.reply(404, "no route for %s\n" % route)
 
 
 class Listener(http.server.ThreadingHTTPServer):
-    def __init__(self, origin, name, context):
-        self.origin, self.name, self.context = origin, name, context
+    def __init__(self, name, context):
+        self.name, self.context = name, context
         super().__init__(("127.0.0.1", 0), Handler)
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
@@ -256,40 +273,6 @@ class Listener(http.server.ThreadingHTTPServer):
         pass  # a client that went away, or a failed TLS handshake
 
 
-class Origin:
-    def __init__(self, args):
-        self.lifetime, self.lock, self.last_id, self.connections = args.lifetime, threading.Lock(), 0, 0
-        self.log, self.log_file = collections.deque(maxlen=20000), open(args.log, "a") if args.log else None
-
-    def next_connection(self):
-        with self.lock:
-            self.connections += 1
-            return self.connections
-
-    def add(self, entry):
-        with self.lock:
-            self.last_id += 1
-            entry = dict(id=self.last_id, t=round(time.time(), 3), **entry)
-            self.log.append(entry)
-            if self.log_file:
-                self.log_file.write(json.dumps(entry) + "\n")
-                self.log_file.flush()
-
-    def since(self, last):
-        with self.lock:
-            return [e for e in self.log if e["id"] > last]
-
-
-def alive(pid):
-    try:
-        os.kill(pid, 0)
-    except ProcessLookupError:
-        return False
-    except PermissionError:
-        pass
-    return True
-
-
 def main():
     p = argparse.ArgumentParser(description="Loopback origin server of the tests.")
     p.add_argument("--tls-dir", help="make-test-ca's folder: one TLS listener per certificate")
@@ -298,14 +281,15 @@ def main():
     p.add_argument("--lifetime", type=float, default=900, help="seconds until the server ends")
     p.add_argument("--parent", type=int, default=0, help="end when this process is gone")
     args = p.parse_args()
-    origin = Origin(args)
-    ports = [("http", Listener(origin, "http", None).server_address[1])]
+    global LOG_FILE, LIFETIME
+    LOG_FILE, LIFETIME = open(args.log, "a") if args.log else None, args.lifetime
+    ports = [("http", Listener("http", None).server_address[1])]
     for name in TLS_LISTENERS:
         stem = os.path.join(args.tls_dir or "", "localhost" if name == "https" else name)
         if args.tls_dir and os.path.exists(stem + ".pem"):
             context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
             context.load_cert_chain(stem + ".pem", stem + ".key")
-            ports.append((name, Listener(origin, name, context).server_address[1]))
+            ports.append((name, Listener(name, context).server_address[1]))
     # Held for the server's life, so that nobody else takes these ports.
     refused, blackhole = socket.socket(), socket.socket()
     refused.bind(("127.0.0.1", 0))
@@ -319,7 +303,7 @@ def main():
         os.replace(args.ready_file + ".tmp", args.ready_file)
     print(line, flush=True)
     end = time.monotonic() + args.lifetime
-    while time.monotonic() < end and (not args.parent or alive(args.parent)):
+    while time.monotonic() < end and (not args.parent or os.path.exists("/proc/%d" % args.parent)):
         time.sleep(0.25)
     os._exit(0)  # connection threads are daemons; one blocked in a send must not hold the process
 

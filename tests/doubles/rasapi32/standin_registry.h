@@ -1,9 +1,8 @@
-// What the stand-in DLLs of the test tree (RASAPI32.DLL, Rasdlg.dll,
-// Sensapi.dll, CREDUI.DLL) and the tests that drive them share: the keys under
-// which a test tells them what to answer, and the registry helpers that read
-// those answers and keep their journal. Everything lives in HKCU of the test
-// prefix, so that the state outlives each load and unload of a stand-in: the
-// system loads these libraries by name for every operation and drops them.
+// What the stand-in DLLs (RASAPI32.DLL, Rasdlg.dll, Sensapi.dll, CREDUI.DLL)
+// and the tests that drive them share: the keys under which a test tells them
+// what to answer, and the helpers that read those answers and keep their
+// journal. It all lives in HKCU of the test prefix, so that it outlives each
+// load of a stand-in: the system loads these libraries by name for every use.
 #pragma once
 
 #include <windows.h>
@@ -16,15 +15,11 @@ namespace vn_standin {
 constexpr const char* kRasKey = "Software\\VnLinkhostTest\\Ras";
 constexpr const char* kRasdlgKey = "Software\\VnLinkhostTest\\Rasdlg";
 constexpr const char* kSensapiKey = "Software\\VnLinkhostTest\\Sensapi";
-
-// Values common to the stand-ins:
-//   "Unloadable" (DWORD) - non-zero: the library refuses to load, as on a
-//                          machine that does not have it.
-//   "Calls" (REG_SZ)     - the journal: each call appends "Name(arguments)=result;".
+// Under each key: "Unloadable" (DWORD), non-zero: the library refuses to load,
+// as on a machine without it; "Calls" (SZ), each call appends "Name(arguments)=result;".
 constexpr const char* kUnloadable = "Unloadable";
 constexpr const char* kCalls = "Calls";
 
-// The platform's narrow and wide calls under one name, on HKCU.
 inline LSTATUS Get(const char* key, const char* name, DWORD flags, void* data, DWORD* size)
 {
     return ::RegGetValueA(HKEY_CURRENT_USER, key, name, flags, nullptr, data, size);
@@ -60,11 +55,12 @@ template <typename C>
 std::basic_string<C> ReadText(const C* key, const C* name)
 {
     DWORD size = 0;
-    if (Get(key, name, RRF_RT_REG_SZ, nullptr, &size) != ERROR_SUCCESS || !size)
-        return {};
-    std::basic_string<C> text(size / sizeof(C) + 1, C());
-    if (Get(key, name, RRF_RT_REG_SZ, &text[0], &size) != ERROR_SUCCESS)
-        return {};
+    std::basic_string<C> text;
+    if (Get(key, name, RRF_RT_REG_SZ, nullptr, &size) == ERROR_SUCCESS && size) {
+        text.resize(size / sizeof(C) + 1);
+        if (Get(key, name, RRF_RT_REG_SZ, &text[0], &size) != ERROR_SUCCESS)
+            text.clear();
+    }
     return text.c_str();
 }
 

@@ -12,24 +12,25 @@ namespace {
 
 std::atomic<LONG> g_objects{0};
 
-DWORD ReadSetting(const char* name, DWORD fallback)
+DWORD Setting(const char* name, DWORD fallback)
 {
     DWORD value = fallback, size = sizeof value;
-    if (RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) != ERROR_SUCCESS)
-        return fallback;
+    RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size);
     return value;
 }
 
-// One small base for the objects of this DLL; each also answers for the
-// extension's id, under which the plug-in publishes one of them.
-template <typename I>
-class Object : public I {
+// The plug-in, which lives on as the sink and the extension it registers.
+class Plugin : public IVnLinkhostPlugin, public IVnLinkhostEventSink {
 public:
-    Object() { ++g_objects; }
-    virtual ~Object() { --g_objects; }
+    Plugin() { ++g_objects; }
+    virtual ~Plugin() { --g_objects; }
     STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
     {
-        *ppv = iid == IID_IUnknown || iid == __uuidof(I) || iid == IID_VnTestExtension ? this : nullptr;
+        *ppv = nullptr;
+        if (iid == IID_IUnknown || iid == __uuidof(IVnLinkhostPlugin))
+            *ppv = static_cast<IVnLinkhostPlugin*>(this);
+        else if (iid == __uuidof(IVnLinkhostEventSink) || iid == IID_VnTestExtension)
+            *ppv = static_cast<IVnLinkhostEventSink*>(this);
         if (!*ppv)
             return E_NOINTERFACE;
         AddRef();
@@ -44,42 +45,14 @@ public:
         return left;
     }
 
-private:
-    std::atomic<ULONG> m_ref{1};
-};
-
-class Sink : public Object<IVnLinkhostEventSink> {
-public:
-    STDMETHODIMP OnEvent(VnLinkhostEventType type, VARIANT parameter, VnLinkhostEventResult* result) override
-    {
-        // Appends "type:parameter;" to "Events", so that a test can see what the sinks heard.
-        char events[4096] = {};
-        DWORD size = sizeof events;
-        RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", RRF_RT_REG_SZ, nullptr, events, &size);
-        const int used = std::min(lstrlenA(events), 4000);
-        wsprintfA(events + used, "%ld:%ld;", static_cast<long>(type), parameter.vt == VT_I4 ? parameter.lVal : -1L);
-        RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", REG_SZ, events, lstrlenA(events) + 1);
-        if (result)
-            *result = static_cast<VnLinkhostEventResult>(ReadSetting("SinkAnswer", 0));
-        return static_cast<HRESULT>(ReadSetting("SinkStatus", S_OK));
-    }
-};
-
-class Plugin : public Object<IVnLinkhostPlugin> {
-public:
     STDMETHODIMP Initialize(IVnLinkhost* host) override
     {
         IVnLinkhostExtendable* extendable = nullptr;
         HRESULT hr = host->QueryInterface(IID_IVnLinkhostExtendable, reinterpret_cast<void**>(&extendable));
         if (FAILED(hr))
             return hr;
-        Sink* sink = new Sink;
-        extendable->AddEventSink(sink);
-        sink->Release();
-        Sink* extension = new Sink;
-        extendable->AddExtensionInterface(&IID_VnTestExtension, extension);
-        extension->Release();
-
+        extendable->AddEventSink(this);
+        extendable->AddExtensionInterface(&IID_VnTestExtension, static_cast<IVnLinkhostEventSink*>(this));
         IUnknown* unknown = nullptr;
         ILogger* logger = nullptr;
         BSTR name = SysAllocString(L"TestPlugin"), line = SysAllocString(L"initialised");
@@ -104,6 +77,21 @@ public:
         }
         return S_OK;
     }
+    STDMETHODIMP OnEvent(VnLinkhostEventType type, VARIANT parameter, VnLinkhostEventResult* result) override
+    {
+        char events[4096] = {};
+        DWORD size = sizeof events;
+        RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", RRF_RT_REG_SZ, nullptr, events, &size);
+        const int used = std::min(lstrlenA(events), 4000);
+        wsprintfA(events + used, "%ld:%ld;", static_cast<long>(type), parameter.vt == VT_I4 ? parameter.lVal : -1L);
+        RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", REG_SZ, events, lstrlenA(events) + 1);
+        if (result)
+            *result = static_cast<VnLinkhostEventResult>(Setting("SinkAnswer", 0));
+        return static_cast<HRESULT>(Setting("SinkStatus", S_OK));
+    }
+
+private:
+    std::atomic<ULONG> m_ref{1};
 };
 
 class Factory : public IClassFactory {

@@ -1,6 +1,6 @@
-// A plug-in of the test prefix. While it initialises it registers an event
-// sink, an extension interface and a logger; what the sink answers is read
-// from HKCU\Software\VnLinkhostTest at each event:
+// A plug-in of the test prefix. While it initialises it registers itself as
+// an event sink and as an extension, and writes through a logger of its own.
+// What the sink does is read from HKCU\Software\VnLinkhostTest at each event:
 //   "SinkAnswer" (DWORD) - the result the sink gives; absent: it agrees (0).
 //   "SinkStatus" (DWORD) - the status the sink returns; absent: S_OK.
 // Each event the sink hears is appended to "Events" as "type:parameter;".
