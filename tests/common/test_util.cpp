@@ -132,9 +132,7 @@ std::string RegText(HKEY root, const std::string& key, const char* value)
 {
     char buffer[1024] = {};
     DWORD size = sizeof buffer;
-    if (::RegGetValueA(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, buffer, &size) != ERROR_SUCCESS)
-        return "<missing>";
-    return buffer;
+    return ::RegGetValueA(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, buffer, &size) ? "<missing>" : buffer;
 }
 
 bool RegKeyExists(HKEY root, const std::string& key)

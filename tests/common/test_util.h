@@ -12,11 +12,11 @@ std::string BinDir();
 // The whole file, or an empty text when it can't be read.
 std::string ReadWholeFile(const std::string& path);
 
-// A started child process that is killed if the test forgets it.
+// A started child process that is killed if the test forgets it; `output`,
+// an inheritable handle, gets its stdout and stderr.
 class TChild {
 public:
     explicit TChild(const std::string& commandLine) : TChild(commandLine, nullptr) {}
-    // With `output`, an inheritable handle that gets the child's stdout and stderr.
     TChild(const std::string& commandLine, HANDLE output);
     ~TChild();
     TChild(const TChild&) = delete;
@@ -31,30 +31,26 @@ private:
     PROCESS_INFORMATION m_pi = {};
 };
 
-// Runs a command line, waits up to `timeoutMs`, and gives its exit code
-// (or 0xDEAD if it had to be killed, ~0u if it could not start).
+// Runs a command line for up to `timeoutMs` and gives its exit code (0xDEAD
+// if it had to be killed, ~0u if it could not start), and what it printed.
 DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs = 60000);
-// The same, with its standard output and error in `output`.
 DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs = 60000);
 
 // Polls `pred` every 20 ms until it holds or `timeoutMs` passed.
 template <typename Pred>
 bool WaitUntil(Pred pred, DWORD timeoutMs)
 {
-    const DWORD start = ::GetTickCount();
-    while (!pred()) {
+    for (const DWORD start = ::GetTickCount(); !pred(); ::Sleep(20))
         if (::GetTickCount() - start > timeoutMs)
             return false;
-        ::Sleep(20);
-    }
     return true;
 }
 
 // Id of a process with exactly this image name other than this one, or 0.
 DWORD FindProcess(const char* imageName);
 
-// Current size of the product's log file in this prefix, what was added
-// since `offset`, and how often `text` occurs in that.
+// Size of the product's log file in this prefix, what was added since
+// `offset`, and how often `text` occurs in that.
 size_t LogSize();
 std::string LogSince(size_t offset);
 int CountLogLinesSince(size_t offset, const std::string& text);

@@ -7,6 +7,7 @@
 
 #include <shlobj.h>
 
+#include <algorithm>
 #include <fstream>
 #include <utility>
 
@@ -21,7 +22,7 @@ using namespace vn_test;
 const std::string kClsid = "{566E4C48-7F95-4309-B372-41BF7CD4804C}";
 const std::string kAppId = "{566E4C48-8BA7-4C2E-92E1-8B41F333C18B}";
 const std::string kLibId = "{566E4C48-039E-43DE-9D14-4E38B2348BD7}";
-const std::string kCategory = "Component Categories\\{566E4C48-60C4-4777-A4B1-D178F6C1AE38}";
+const std::string kCatId = "{566E4C48-60C4-4777-A4B1-D178F6C1AE38}", kCategory = "Component Categories\\" + kCatId;
 
 // Registry values under HKCR that registering writes and unregistering
 // removes; a null text only asks for the key.
@@ -49,8 +50,8 @@ TEST(Registration, RegServerWritesTheServerAndUnregisterRemovesAllButTheCategory
 {
     ASSERT_EQ(0u, RunServer("/RegServer"));
     for (const auto& r : kRegistered)
-        EXPECT_EQ(r.text ? r.text : "", r.text ? RegText(HKEY_CLASSES_ROOT, r.key, r.value)
-                                               : RegKeyExists(HKEY_CLASSES_ROOT, r.key) ? "" : "<missing>") << r.key;
+        EXPECT_EQ(r.text ? r.text : "<key>", r.text ? RegText(HKEY_CLASSES_ROOT, r.key, r.value)
+                                                    : RegKeyExists(HKEY_CLASSES_ROOT, r.key) ? "<key>" : "<none>") << r.key;
     const std::string server = RegText(HKEY_CLASSES_ROOT, "CLSID\\" + kClsid + "\\LocalServer32", nullptr);
     EXPECT_NE(std::string::npos, server.find("VnLinkhost.exe")) << server;
     EXPECT_EQ("<missing>", RegText(HKEY_CLASSES_ROOT, "AppID\\" + kAppId, "LocalService"));
@@ -60,7 +61,6 @@ TEST(Registration, RegServerWritesTheServerAndUnregisterRemovesAllButTheCategory
     ASSERT_EQ(0u, RunServer("-u"));
     for (const auto& r : kRegistered)
         EXPECT_FALSE(RegKeyExists(HKEY_CLASSES_ROOT, r.key)) << r.key;
-    EXPECT_FALSE(RegKeyExists(HKEY_CLASSES_ROOT, "CLSID\\" + kClsid));
     EXPECT_FALSE(RegKeyExists(HKEY_CLASSES_ROOT, "TypeLib\\" + kLibId));
     EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, "AppID")) << "the parent key is never removed";
     EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, kCategory));
@@ -79,16 +79,11 @@ TEST(Registration, CommandLinesThatDoNoWorkEndWithEFail)
         EXPECT_EQ(static_cast<DWORD>(E_FAIL), RunServer(arguments)) << "arguments: " << arguments;
 }
 
-std::string TestPluginKey()
-{
-    wchar_t text[64] = {};
-    StringFromGUID2(CLSID_VnTestPlugin, text, 64);
-    return "CLSID\\" + std::string(text, text + lstrlenW(text));
-}
+const std::string kPluginKey = "CLSID\\{9A1C0E55-2B7D-4C1E-9F3A-5D6E7F801234}";  // CLSID_VnTestPlugin
 
-void SetTestKey(const char* name, DWORD value)
+void SetSinkAnswer(DWORD answer)
 {
-    RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, name, REG_DWORD, &value, sizeof value);
+    RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "SinkAnswer", REG_DWORD, &answer, sizeof answer);
 }
 
 // With the test plug-in (tests/doubles/test_plugin) in the plug-in category,
@@ -98,19 +93,16 @@ protected:
     static void SetUpTestSuite()
     {
         ASSERT_EQ(0u, RunServer("/RegServer"));
-        const std::pair<std::string, std::string> keys[] = {
-            {"", "VnLinkhost test plug-in"}, {"\\InprocServer32", BinDir() + "\\vn_test_plugin.dll"},
-            {"\\Implemented Categories\\{566E4C48-60C4-4777-A4B1-D178F6C1AE38}", ""}};
-        for (const auto& key : keys)
-            RegSetKeyValueA(HKEY_CLASSES_ROOT, (TestPluginKey() + key.first).c_str(), nullptr, REG_SZ,
-                            key.second.c_str(), static_cast<DWORD>(key.second.size() + 1));
-        RegSetKeyValueA(HKEY_CLASSES_ROOT, (TestPluginKey() + "\\InprocServer32").c_str(), "ThreadingModel", REG_SZ,
-                        "Both", 5);
-        SetTestKey("SinkAnswer", 0);
+        const std::string dll = BinDir() + "\\vn_test_plugin.dll", server = kPluginKey + "\\InprocServer32",
+                          category = kPluginKey + "\\Implemented Categories\\" + kCatId;
+        RegSetKeyValueA(HKEY_CLASSES_ROOT, server.c_str(), nullptr, REG_SZ, dll.c_str(), DWORD(dll.size() + 1));
+        RegSetKeyValueA(HKEY_CLASSES_ROOT, server.c_str(), "ThreadingModel", REG_SZ, "Both", 5);
+        RegSetKeyValueA(HKEY_CLASSES_ROOT, category.c_str(), nullptr, REG_SZ, "", 1);
+        SetSinkAnswer(0);
     }
     static void TearDownTestSuite()
     {
-        RegDeleteTreeA(HKEY_CLASSES_ROOT, TestPluginKey().c_str());
+        RegDeleteTreeA(HKEY_CLASSES_ROOT, kPluginKey.c_str());
         for (const char* value : {"SinkAnswer", "Events"})
             RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, value);
     }
@@ -149,33 +141,13 @@ TEST_F(Server, ClientProcessesShareOneRootObjectAndTheServerLingersAfterThem)
     EXPECT_EQ(2, CountLogLinesSince(log, "starting up"));
 }
 
-TEST_F(Server, RefusesAggregationAndEndsWithItsLastClientAfterCheckShutdown)
-{
-    auto host = CreateRoot();
-    ASSERT_TRUE(host);
-    TServerProcess server;
-    vfc::TComPtr<IClassFactory> factory;
-    ASSERT_EQ(S_OK, CoGetClassObject(CLSID_VnLinkhostObject, CLSCTX_LOCAL_SERVER, nullptr, IID_IClassFactory,
-                                     factory.put_void()));
-    vfc::TComPtr<IUnknown> inner;
-    EXPECT_EQ(CLASS_E_NOAGGREGATION, factory->CreateInstance(host.get(), IID_IUnknown, inner.put_void()));
-    factory.reset();
-
-    VARIANT_BOOL inUse = VARIANT_FALSE;
-    ASSERT_EQ(S_OK, host->CheckShutdown(&inUse));
-    EXPECT_EQ(VARIANT_TRUE, inUse);
-    EXPECT_FALSE(server.WaitGone(1000)) << "a client still holds it";
-    host.reset();
-    EXPECT_TRUE(server.WaitGone(5000));
-    EXPECT_EQ(0u, server.ExitCode());
-}
-
-TEST_F(Server, PluginIsLoadedListedAndPublishedAndItsSinkHearsTheEnd)
+TEST_F(Server, LoadsItsPluginsRefusesAggregationAndEndsWithItsLastClientAfterCheckShutdown)
 {
     RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events");
     const size_t log = LogSize();
     auto host = CreateRoot();
     ASSERT_TRUE(host);
+    TServerProcess server;
     const std::string lines = LogSince(log);
     EXPECT_NE(std::string::npos, lines.find("Plugins found: \r\n")) << lines;
     EXPECT_NE(std::string::npos, lines.find("[TestPlugin]  initialised")) << lines;
@@ -184,9 +156,22 @@ TEST_F(Server, PluginIsLoadedListedAndPublishedAndItsSinkHearsTheEnd)
     EXPECT_EQ(S_OK, host->GetExtensionInterface(&IID_VnTestExtension, extension.put()));
     EXPECT_TRUE(extension);
     extension.reset();
+
+    vfc::TComPtr<IClassFactory> factory;
+    ASSERT_EQ(S_OK, CoGetClassObject(CLSID_VnLinkhostObject, CLSCTX_LOCAL_SERVER, nullptr, IID_IClassFactory,
+                                     factory.put_void()));
+    EXPECT_EQ(CLASS_E_NOAGGREGATION, factory->CreateInstance(host.get(), IID_IUnknown, extension.put_void()));
+    factory.reset();
+
+    VARIANT_BOOL inUse = VARIANT_FALSE;
+    ASSERT_EQ(S_OK, host->CheckShutdown(&inUse));
+    EXPECT_EQ(VARIANT_TRUE, inUse);
+    EXPECT_FALSE(server.WaitGone(1000)) << "a client still holds it";
     EXPECT_EQ("<missing>", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
-    // The sink agrees and hears plain 2 with a parameter of 1, once, from the root object's last release.
-    EXPECT_TRUE(ShutDownServer(host));
+    host.reset();
+    EXPECT_TRUE(server.WaitGone(5000));
+    EXPECT_EQ(0u, server.ExitCode());
+    // The plug-in's sink agreed, and heard plain 2 with a parameter of 1, once, from the last release.
     EXPECT_EQ("2:1;", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
 }
 
@@ -259,10 +244,8 @@ TEST_F(Server, SavedSettingsAreReadByTheNextServerProcessAndUnsavedOnesAreLost)
     EXPECT_EQ(L"localhost", get(L"proxy/exclude"));
     EXPECT_EQ(L"true", get(L"dialup/useSystemConnection"));
     // The next process's record is the file, line for line, with bare line feeds.
-    std::string withoutCr;
-    for (char c : bytes)
-        if (c != '\r')
-            withoutCr += c;
+    std::string withoutCr = bytes;
+    withoutCr.erase(std::remove(withoutCr.begin(), withoutCr.end(), '\r'), withoutCr.end());
     EXPECT_EQ(vfc::Widen(withoutCr), get(L"_xmlconfig"));
     EXPECT_TRUE(ShutDownServer(host));
 }
@@ -279,15 +262,12 @@ protected:
     vfc::THandle m_mutex;
 };
 
-TEST_F(InstanceMutex, SecondServerGivesUpAfterTenSeconds)
+TEST_F(InstanceMutex, SecondServerGivesUpAfterTenSecondsOrTakesOverWhenTheFirstGoes)
 {
     const DWORD start = GetTickCount();
     EXPECT_EQ(static_cast<DWORD>(E_FAIL), RunServer("-e", 30000));
     EXPECT_GE(GetTickCount() - start, 9500u);
-}
 
-TEST_F(InstanceMutex, SecondServerTakesOverWhenTheFirstGoes)
-{
     TChild second(Quoted(ServerExe()) + " -Embedding");
     ASSERT_TRUE(second.started());
     EXPECT_EQ(static_cast<DWORD>(STILL_ACTIVE), second.Wait(1000)) << "it must wait for the mutex";
@@ -312,7 +292,6 @@ protected:
         RunServer("/RegServer");
         Server::TearDownTestSuite();
     }
-    void TearDown() override {}
     // The service opened with `access`; empty when it is not installed.
     static vfc::TServiceHandle Open(DWORD access)
     {
@@ -389,7 +368,7 @@ TEST_F(Service, ServesOutlivesItsClientsAndEndsOnAStopThatTheSinksAgreeTo)
 // registration behind: keep it last.
 TEST_F(Service, VetoingSinkHoldsAStopAndKillTerminatesTheServerAfterTenSeconds)
 {
-    SetTestKey("SinkAnswer", static_cast<DWORD>(Veto));
+    SetSinkAnswer(static_cast<DWORD>(Veto));
     auto host = StartAndConnect();
     ASSERT_TRUE(host);
     TServerProcess server;

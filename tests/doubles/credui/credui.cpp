@@ -1,8 +1,6 @@
-// Stand-in for the platform's CREDUI.DLL. Wine's own prompt fails at once
-// without a display, and CredUIPromptForCredentialsA even ends the process, so
-// the tests put this library beside the test program and load it with
-// WINEDLLOVERRIDES="credui=n". It answers as a user would and writes down what
-// it was asked (see credui_standin.h).
+// Stand-in for the platform's CREDUI.DLL: Wine's prompt fails at once without
+// a display, and CredUIPromptForCredentialsA even ends the process. It answers
+// as a user would and writes down what it was asked (see credui_standin.h).
 #include <windows.h>
 #include <wincred.h>
 
@@ -14,9 +12,8 @@ namespace st = vn_credui_standin;
 
 namespace {
 
-// Prompts open at this moment, and an event set when a second one opens
-// beside the first: a prompt told to stay open waits for it, so that two
-// prompts at once are seen however the threads are scheduled.
+// Prompts open now, and an event set when a second opens beside the first,
+// which a prompt told to stay open waits for.
 LONG g_open = 0;
 HANDLE g_overlap = nullptr;
 // Keeps the journal's read-modify-write steps of two prompting threads apart.
@@ -32,13 +29,12 @@ void CopyOut(const std::wstring& text, PWSTR buffer, ULONG chars)
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 {
-    if (reason == DLL_PROCESS_ATTACH) {
-        if (st::ReadDword(L"Unloadable", 0))
-            return FALSE;
+    if (reason == DLL_PROCESS_ATTACH && st::ReadDword(L"Unloadable", 0))
+        return FALSE;
+    if (reason == DLL_PROCESS_ATTACH)
         g_overlap = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    } else if (reason == DLL_PROCESS_DETACH && g_overlap) {
+    else if (reason == DLL_PROCESS_DETACH && g_overlap)
         ::CloseHandle(g_overlap);
-    }
     return TRUE;
 }
 
@@ -49,7 +45,7 @@ extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR 
                                                     ULONG passwordChars, BOOL* save, DWORD flags)
 {
     ::AcquireSRWLockExclusive(&g_journal);
-    LONG open = ::InterlockedIncrement(&g_open);
+    const LONG open = ::InterlockedIncrement(&g_open);
     if (open > 1)
         ::SetEvent(g_overlap);
     st::WriteDword(L"MaxOpen", std::max(static_cast<DWORD>(open), st::ReadDword(L"MaxOpen", 0)));
@@ -57,17 +53,17 @@ extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR 
     st::WriteText(L"Target", target ? target : L"");
     st::WriteText(L"Message", info && info->pszMessageText ? info->pszMessageText : L"");
     st::WriteText(L"Caption", info && info->pszCaptionText ? info->pszCaptionText : L"");
-    st::WriteDword(L"InfoSize", info ? info->cbSize : 0);
-    st::WriteDword(L"Flags", flags);
-    st::WriteDword(L"TickIn", save ? static_cast<DWORD>(*save) : 0xFFFFFFFFu);
-    st::WriteDword(L"LoginChars", userNameChars);
-    st::WriteDword(L"PasswordChars", passwordChars);
-    st::WriteDword(L"Context", context ? 1 : 0);
+    const std::pair<const wchar_t*, DWORD> asked[] = {
+        {L"InfoSize", info ? info->cbSize : 0}, {L"Flags", flags}, {L"LoginChars", userNameChars},
+        {L"TickIn", save ? static_cast<DWORD>(*save) : 0xFFFFFFFFu}, {L"PasswordChars", passwordChars},
+        {L"Context", context ? 1u : 0u}};
+    for (const auto& value : asked)
+        st::WriteDword(value.first, value.second);
     ::ReleaseSRWLockExclusive(&g_journal);
 
     if (DWORD holdMs = st::ReadDword(L"HoldMs", 0))
         ::WaitForSingleObject(g_overlap, holdMs);
-    DWORD answer = st::ReadDword(L"Answer", ERROR_CANCELLED);
+    const DWORD answer = st::ReadDword(L"Answer", ERROR_CANCELLED);
     if (answer == NO_ERROR) {
         CopyOut(st::ReadText(L"Login"), userName, userNameChars);
         CopyOut(st::ReadText(L"Password"), password, passwordChars);

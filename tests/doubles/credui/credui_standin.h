@@ -1,21 +1,13 @@
-// What the stand-in CREDUI.DLL and the tests that drive it share: the key
-// under which a test says how the "user" answers the password prompt, and
-// under which the stand-in writes down what it was asked; in HKCU of the test
-// prefix, so that a child test process sees the same answers as its parent.
-//
-// Told by the test:
-//   "Unloadable" (DWORD)      non-zero: the library refuses to load.
-//   "Answer" (DWORD)          what the prompt gives back; 0 is OK. Absent:
-//                             1223, the user cancelled.
-//   "Login", "Password" (SZ)  what the user types.
-//   "Tick" (DWORD)            how the user leaves the save tick; absent: as shown.
-//   "HoldMs" (DWORD)          keeps each prompt open this long, or until a
-//                             second prompt opens beside it.
-// Written by the stand-in, for the last prompt:
-//   "Prompts" (DWORD)         number of prompts shown since the key was made.
-//   "MaxOpen" (DWORD)         the most prompts that were open at one time.
-//   "Target", "Message", "Caption" (SZ), "Flags", "TickIn", "LoginChars",
-//   "PasswordChars", "InfoSize", "Context" (DWORD): the call's arguments.
+// The key under which a test tells the stand-in CREDUI.DLL how the "user"
+// answers the password prompt, and the stand-in writes down what it was asked.
+// Told: "Unloadable" (DWORD); "Answer" (DWORD, 0 is OK; absent: 1223, cancelled);
+// "Login", "Password" (SZ), what the user types; "Tick" (DWORD), the save tick
+// as the user leaves it (absent: as shown); "HoldMs" (DWORD), how long each
+// prompt stays open unless a second one opens beside it.
+// Written, for the last prompt: "Prompts" and "MaxOpen" (DWORD), the prompts
+// shown and the most open at once; the call's arguments "Target", "Message",
+// "Caption" (SZ), "Flags", "TickIn", "LoginChars", "PasswordChars", "InfoSize",
+// "Context" (DWORD).
 #pragma once
 
 #include "tests/doubles/rasapi32/standin_registry.h"

@@ -1,24 +1,18 @@
-// Stand-in for the platform's RASAPI32.DLL, which under Wine has no phone
-// book and no connections. It keeps a phone book and a connection table in
-// HKCU\Software\VnLinkhostTest\Ras of the test prefix, where the test writes
-// what the platform would hold:
-//   "Entries" (MULTI_SZ)    - the phone book's entry names, in order.
-//   "Connected" (MULTI_SZ)  - entries with a connection, in the order the
-//                             platform lists connections.
-//   "DialError" (DWORD)     - what RasDialA answers; 0 connects the entry.
-//   "ConnState" (DWORD)     - the state a connection reports; absent: connected.
-//   "DeadHandles" (DWORD)   - non-zero: every connection handle has died, so
-//                             RasGetConnectStatusA gives ERROR_INVALID_HANDLE.
-//   "HangUpPolls" (DWORD)   - after RasHangUpA, how many status queries still
-//                             find the connection before its handle dies.
-//   "NoErrorText" (DWORD)   - non-zero: RasGetErrorStringA fails.
-// Each call is journalled in "Calls". A connection's handle is derived from
-// the entry's place in the phone book, so it stays the same across loads.
+// Stand-in for the platform's RASAPI32.DLL (Wine's has no phone book and no
+// connections), told by the test under HKCU\Software\VnLinkhostTest\Ras:
+//   "Entries", "Connected" (MULTI_SZ) - the phone book, and the entries with
+//                                       a connection in the platform's order;
+//   "DialError" (DWORD)   - what RasDialA answers; 0 connects the entry;
+//   "ConnState" (DWORD)   - the state a connection reports; absent: connected;
+//   "DeadHandles" (DWORD) - non-zero: every connection handle has died;
+//   "HangUpPolls" (DWORD) - status queries that still find a hung-up connection;
+//   "NoErrorText" (DWORD) - non-zero: RasGetErrorStringA fails.
+// A connection's handle comes from the entry's place in the phone book, so it
+// stays the same across loads.
 #include <windows.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -51,12 +45,11 @@ TRasConnHandle HandleOf(const std::string& entry)
 std::string EntryOf(TRasConnHandle handle)
 {
     const ULONG_PTR value = reinterpret_cast<ULONG_PTR>(handle);
-    const std::vector<std::string> entries = Entries(), connected = Connected();
-    if (value >= kHandleBase && value - kHandleBase < entries.size())
-        return entries[value - kHandleBase];
-    if (value >= kUnlistedBase && value - kUnlistedBase < connected.size())
-        return connected[value - kUnlistedBase];
-    return std::string();
+    const auto in = [value](ULONG_PTR base, const std::vector<std::string>& list) {
+        return value >= base && value - base < list.size() ? list[value - base] : std::string();
+    };
+    const std::string listed = in(kHandleBase, Entries());
+    return listed.empty() ? in(kUnlistedBase, Connected()) : listed;
 }
 
 void SetConnected(const std::string& entry, bool connected)
@@ -76,12 +69,6 @@ DWORD Journal(const char* name, const std::string& argument, DWORD result)
     return result;
 }
 
-void CopyName(char* target, size_t size, const std::string& name)
-{
-    std::strncpy(target, name.c_str(), size - 1);
-    target[size - 1] = '\0';
-}
-
 // Fills the caller's array from the list as the platform does: the size
 // field of the first element is checked, then the space that the list needs.
 template <typename T, typename Fill>
@@ -96,7 +83,7 @@ DWORD Enumerate(const char* call, T* items, LPDWORD cb, LPDWORD count, const std
         *count = static_cast<DWORD>(names.size());
     }
     for (size_t i = 0; !result && i < names.size(); ++i) {
-        std::memset(&items[i], 0, sizeof(T));
+        items[i] = T{};
         items[i].dwSize = sizeof(T);
         fill(items[i], names[i]);
     }
@@ -113,7 +100,7 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 extern "C" DWORD WINAPI RasEnumEntriesA(LPCSTR, LPCSTR, TRasEntryName* entries, LPDWORD cb, LPDWORD count)
 {
     return Enumerate("RasEnumEntriesA", entries, cb, count, Entries(), [](TRasEntryName& entry, const std::string& name) {
-        CopyName(entry.szEntryName, sizeof entry.szEntryName, name);
+        lstrcpynA(entry.szEntryName, name.c_str(), sizeof entry.szEntryName);
     });
 }
 
@@ -121,8 +108,8 @@ extern "C" DWORD WINAPI RasEnumConnectionsA(TRasConn* connections, LPDWORD cb, L
 {
     return Enumerate("RasEnumConnectionsA", connections, cb, count, Connected(), [](TRasConn& connection, const std::string& name) {
         connection.hrasconn = HandleOf(name);
-        CopyName(connection.szEntryName, sizeof connection.szEntryName, name);
-        CopyName(connection.szDeviceType, sizeof connection.szDeviceType, "modem");
+        lstrcpynA(connection.szEntryName, name.c_str(), sizeof connection.szEntryName);
+        lstrcpynA(connection.szDeviceType, "modem", sizeof connection.szDeviceType);
     });
 }
 
@@ -162,8 +149,8 @@ extern "C" DWORD WINAPI RasGetEntryDialParamsA(LPCSTR, TRasDialParams* params, L
     } else if (IndexOf(Entries(), params->szEntryName) < 0) {
         result = 623;  // ERROR_CANNOT_FIND_PHONEBOOK_ENTRY
     } else {
-        CopyName(params->szUserName, sizeof params->szUserName, std::string("user of ") + params->szEntryName);
-        CopyName(params->szPassword, sizeof params->szPassword, "secret");
+        lstrcpynA(params->szUserName, (std::string("user of ") + params->szEntryName).c_str(), sizeof params->szUserName);
+        lstrcpynA(params->szPassword, "secret", sizeof params->szPassword);
         if (password)
             *password = TRUE;
     }

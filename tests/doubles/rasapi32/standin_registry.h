@@ -1,8 +1,6 @@
-// What the stand-in DLLs (RASAPI32.DLL, Rasdlg.dll, Sensapi.dll, CREDUI.DLL)
-// and the tests that drive them share: the keys under which a test tells them
-// what to answer, and the helpers that read those answers and keep their
-// journal. It all lives in HKCU of the test prefix, so that it outlives each
-// load of a stand-in: the system loads these libraries by name for every use.
+// The keys under which a test tells the stand-in DLLs what to answer, and the
+// helpers that read the answers and keep their journal; in HKCU of the test
+// prefix, so that they outlive each load of a stand-in.
 #pragma once
 
 #include <windows.h>
@@ -15,8 +13,8 @@ namespace vn_standin {
 constexpr const char* kRasKey = "Software\\VnLinkhostTest\\Ras";
 constexpr const char* kRasdlgKey = "Software\\VnLinkhostTest\\Rasdlg";
 constexpr const char* kSensapiKey = "Software\\VnLinkhostTest\\Sensapi";
-// Under each key: "Unloadable" (DWORD), non-zero: the library refuses to load,
-// as on a machine without it; "Calls" (SZ), each call appends "Name(arguments)=result;".
+// Under each: "Unloadable" (DWORD), non-zero: the library refuses to load;
+// "Calls" (SZ), where each call appends "Name(arguments)=result;".
 constexpr const char* kUnloadable = "Unloadable";
 constexpr const char* kCalls = "Calls";
 

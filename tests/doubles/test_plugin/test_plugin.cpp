@@ -4,13 +4,11 @@
 #include <ole2.h>
 
 #include <algorithm>
-#include <atomic>
 
+#include "vfc/com_object.h"
 #include "vnlinkhost.h"
 
 namespace {
-
-std::atomic<LONG> g_objects{0};
 
 DWORD Setting(const char* name, DWORD fallback)
 {
@@ -20,52 +18,28 @@ DWORD Setting(const char* name, DWORD fallback)
 }
 
 // The plug-in, which lives on as the sink and the extension it registers.
-class Plugin : public IVnLinkhostPlugin, public IVnLinkhostEventSink {
+class Plugin : public vfc::TComObject<Plugin, IVnLinkhostPlugin, IVnLinkhostEventSink> {
 public:
-    Plugin() { ++g_objects; }
-    virtual ~Plugin() { --g_objects; }
-    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
+    void* QueryInterfaceExtra(REFIID iid)
     {
-        *ppv = nullptr;
-        if (iid == IID_IUnknown || iid == __uuidof(IVnLinkhostPlugin))
-            *ppv = static_cast<IVnLinkhostPlugin*>(this);
-        else if (iid == __uuidof(IVnLinkhostEventSink) || iid == IID_VnTestExtension)
-            *ppv = static_cast<IVnLinkhostEventSink*>(this);
-        if (!*ppv)
-            return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
+        return iid == IID_VnTestExtension ? static_cast<IVnLinkhostEventSink*>(this) : nullptr;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_ref; }
-    STDMETHODIMP_(ULONG) Release() override
-    {
-        ULONG left = --m_ref;
-        if (!left)
-            delete this;
-        return left;
-    }
-
     STDMETHODIMP Initialize(IVnLinkhost* host) override
     {
-        IVnLinkhostExtendable* extendable = nullptr;
-        HRESULT hr = host->QueryInterface(IID_IVnLinkhostExtendable, reinterpret_cast<void**>(&extendable));
+        vfc::TComPtr<IVnLinkhostExtendable> extendable;
+        HRESULT hr = host->QueryInterface(IID_IVnLinkhostExtendable, extendable.put_void());
         if (FAILED(hr))
             return hr;
         extendable->AddEventSink(this);
         extendable->AddExtensionInterface(&IID_VnTestExtension, static_cast<IVnLinkhostEventSink*>(this));
-        IUnknown* unknown = nullptr;
-        ILogger* logger = nullptr;
+        vfc::TComPtr<IUnknown> unknown;
+        vfc::TComPtr<ILogger> logger;
         BSTR name = SysAllocString(L"TestPlugin"), line = SysAllocString(L"initialised");
-        if (SUCCEEDED(extendable->CreateLogger(name, &unknown)) &&
-            SUCCEEDED(unknown->QueryInterface(IID_ILogger, reinterpret_cast<void**>(&logger)))) {
+        if (SUCCEEDED(extendable->CreateLogger(name, unknown.put())) &&
+            SUCCEEDED(unknown->QueryInterface(IID_ILogger, logger.put_void())))
             logger->WriteLine(line);
-            logger->Release();
-        }
-        if (unknown)
-            unknown->Release();
         SysFreeString(name);
         SysFreeString(line);
-        extendable->Release();
         return S_OK;
     }
     STDMETHODIMP GetInfo(VARIANT query, VARIANT* result) override
@@ -89,37 +63,30 @@ public:
             *result = static_cast<VnLinkhostEventResult>(Setting("SinkAnswer", 0));
         return static_cast<HRESULT>(Setting("SinkStatus", S_OK));
     }
-
-private:
-    std::atomic<ULONG> m_ref{1};
 };
 
-class Factory : public IClassFactory {
+class Factory : public vfc::TComObject<Factory, IClassFactory> {
 public:
-    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
-    {
-        *ppv = iid == IID_IUnknown || iid == IID_IClassFactory ? this : nullptr;
-        return *ppv ? S_OK : E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
-        if (outer)
-            return CLASS_E_NOAGGREGATION;
-        Plugin* plugin = new Plugin;
-        HRESULT hr = plugin->QueryInterface(iid, ppv);
-        plugin->Release();
-        return hr;
+        vfc::TComPtr<Plugin> plugin;
+        HRESULT hr = outer ? CLASS_E_NOAGGREGATION : vfc::CreateInto(plugin);
+        return SUCCEEDED(hr) ? plugin->QueryInterface(iid, ppv) : hr;
     }
-    STDMETHODIMP LockServer(BOOL) override { return S_OK; }
-} g_factory;
+    STDMETHODIMP LockServer(BOOL lock) override
+    {
+        lock ? vfc::ModuleLock() : vfc::ModuleUnlock();
+        return S_OK;
+    }
+};
 
 }  // namespace
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
 {
-    return clsid == CLSID_VnTestPlugin ? g_factory.QueryInterface(iid, ppv) : CLASS_E_CLASSNOTAVAILABLE;
+    vfc::TComPtr<Factory> factory;
+    HRESULT hr = clsid == CLSID_VnTestPlugin ? vfc::CreateInto(factory) : CLASS_E_CLASSNOTAVAILABLE;
+    return SUCCEEDED(hr) ? factory->QueryInterface(iid, ppv) : hr;
 }
 
-extern "C" HRESULT WINAPI DllCanUnloadNow() { return g_objects == 0 ? S_OK : S_FALSE; }
+extern "C" HRESULT WINAPI DllCanUnloadNow() { return vfc::ModuleLockCountWithoutTarget() == 0 ? S_OK : S_FALSE; }
