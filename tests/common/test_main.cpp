@@ -5,7 +5,6 @@
 #include <windows.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <thread>
 
 #include "host/module.h"
@@ -15,13 +14,9 @@ int main(int argc, char** argv)
     // The module exists before any object, as in the product.
     Module();
     testing::InitGoogleTest(&argc, argv);
-    const char* env = std::getenv("VN_TEST_WATCHDOG_MS");
-    const DWORD limit = env ? std::strtoul(env, nullptr, 10) : 300000;
-    std::thread([limit] {
-        ::Sleep(limit);
-        std::fprintf(stderr, "\nWATCHDOG: test program still running after %lu ms, aborting\n",
-                     static_cast<unsigned long>(limit));
-        std::fflush(stderr);
+    std::thread([] {
+        ::Sleep(300000);
+        std::fputs("\nWATCHDOG: test program still running after 300000 ms, aborting\n", stderr);
         ::TerminateProcess(::GetCurrentProcess(), 3);
     }).detach();
     return RUN_ALL_TESTS();

@@ -3,6 +3,8 @@
 #include <shlobj.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -12,15 +14,13 @@ std::string BinDir()
 {
     char path[MAX_PATH] = {};
     ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string dir = path;
-    return dir.substr(0, dir.find_last_of('\\'));
+    return std::string(path, std::strrchr(path, '\\'));
 }
 
 std::string ReadWholeFile(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream out;
-    out << in.rdbuf();
+    out << std::ifstream(path, std::ios::binary).rdbuf();
     return out.str();
 }
 
@@ -115,8 +115,8 @@ size_t LogSize() { return ReadWholeFile(LogPath()).size(); }
 
 std::string LogSince(size_t offset)
 {
-    std::string all = ReadWholeFile(LogPath());
-    return offset < all.size() ? all.substr(offset) : std::string();
+    const std::string all = ReadWholeFile(LogPath());
+    return all.substr(std::min(offset, all.size()));
 }
 
 int CountLogLinesSince(size_t offset, const std::string& text)
@@ -138,10 +138,7 @@ std::string RegText(HKEY root, const std::string& key, const char* value)
 bool RegKeyExists(HKEY root, const std::string& key)
 {
     HKEY handle = nullptr;
-    if (::RegOpenKeyExA(root, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS)
-        return false;
-    ::RegCloseKey(handle);
-    return true;
+    return ::RegOpenKeyExA(root, key.c_str(), 0, KEY_READ, &handle) == ERROR_SUCCESS && ::RegCloseKey(handle) == 0;
 }
 
 }  // namespace vn_test

@@ -7,13 +7,12 @@
 
 namespace vn_test {
 
-// Folder of the running test program; the product's exe is built beside it.
+// Folder of the running test program (the product's exe is built beside
+// it), and a whole file (empty when it can't be read).
 std::string BinDir();
-// The whole file, or an empty text when it can't be read.
 std::string ReadWholeFile(const std::string& path);
 
-// A started child process that is killed if the test forgets it; `output`,
-// an inheritable handle, gets its stdout and stderr.
+// A child process, killed if the test forgets it; `output` (inheritable) gets its stdout and stderr.
 class TChild {
 public:
     explicit TChild(const std::string& commandLine) : TChild(commandLine, nullptr) {}
@@ -49,8 +48,7 @@ bool WaitUntil(Pred pred, DWORD timeoutMs)
 // Id of a process with exactly this image name other than this one, or 0.
 DWORD FindProcess(const char* imageName);
 
-// Size of the product's log file in this prefix, what was added since
-// `offset`, and how often `text` occurs in that.
+// Size of the product's log in this prefix, what came since `offset`, and how often `text` is in that.
 size_t LogSize();
 std::string LogSince(size_t offset);
 int CountLogLinesSince(size_t offset, const std::string& text);

@@ -1,5 +1,4 @@
-// What the tests of the running server share: the server's exe, its
-// registration in the test prefix, and ways to watch its process.
+// The real server's exe, a client's root object in it, and its process.
 #pragma once
 
 #include <windows.h>
@@ -17,7 +16,6 @@ namespace vn_test {
 inline std::string ServerExe() { return BinDir() + "\\VnLinkhost.exe"; }
 inline std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
 
-// Runs VnLinkhost.exe with the arguments and gives its exit status.
 inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000)
 {
     return RunAndWait(Quoted(ServerExe()) + " " + arguments, timeoutMs);
@@ -27,23 +25,16 @@ inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000)
 class TServerProcess {
 public:
     TServerProcess()
-        : m_pid(FindProcess("VnLinkhost.exe")), m_handle(::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, m_pid))
-    {
-    }
+        : m_pid(FindProcess("VnLinkhost.exe")), m_handle(::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, m_pid)) {}
     DWORD pid() const { return m_pid; }
-    bool alive() const { return m_handle && ::WaitForSingleObject(m_handle.get(), 0) == WAIT_TIMEOUT; }
-    // Waits for the end of the process; true if it ended within the time.
+    bool alive() const { return !WaitGone(0); }
     bool WaitGone(DWORD ms) const { return !m_handle || ::WaitForSingleObject(m_handle.get(), ms) == WAIT_OBJECT_0; }
-    DWORD ExitCode() const
-    {
-        DWORD code = ~0u;
-        ::GetExitCodeProcess(m_handle.get(), &code);
-        return code;
-    }
+    DWORD ExitCode() const { return ::GetExitCodeProcess(m_handle.get(), &m_code) ? m_code : ~0u; }
 
 private:
     DWORD m_pid;
     vfc::THandle m_handle;
+    mutable DWORD m_code = 0;
 };
 
 inline vfc::TComPtr<IVnLinkhost> CreateRoot(HRESULT* status = nullptr)
@@ -55,8 +46,7 @@ inline vfc::TComPtr<IVnLinkhost> CreateRoot(HRESULT* status = nullptr)
     return host;
 }
 
-// Tells the server to end with its last client, releases this client and
-// waits for the process to go.
+// Tells the server to end with its last client, releases it and waits for the process to go.
 inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
 {
     TServerProcess server;

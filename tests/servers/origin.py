@@ -1,16 +1,12 @@
 #!/usr/bin/env python3
-"""Loopback HTTP/1.1 origin server of the tests; binds 127.0.0.1 only.
-
-origin.py [--tls-dir DIR] [--log FILE] [--ready-file FILE] [--lifetime S] [--parent PID]
-prints "READY http=<port> https=<port> ... refused=<port> blackhole=<port> pid=<pid>":
-a TLS listener per certificate of make-test-ca in --tls-dir (https, expired, notyet,
-wrongname, selfsigned, untrusted), a port that refuses, one that never accepts.
---log gets a JSON line per request (as /echo without query and tls, plus id, t, status).
-Routes: /echo[?status=N], /bytes?n=&mode=length|chunked|close&seed= (X-Body-Sha256,
-X-Body-Length), /slow?n=&piece=64&delay_ms=100&head_delay_ms=0&mode=, /short?n=&sent=n/2,
-/reset-mid?n=&sent=n/2&pause_ms=200, /stall?n=&sent=n/2&max_ms=, /reset, /silent?max_ms=,
-/status/<code>, /redirect?to=/echo&code=302, /upload, /headers?h=Name:Value&...,
-/auth/basic?user=user&pass=pass&realm=vn, /__log?since=<id>.
+"""Loopback HTTP/1.1 origin server of the tests; binds 127.0.0.1 only, prints (and puts in --ready-file)
+"READY http=<port> https=<port> ... refused=<port> blackhole=<port> pid=<pid>": a TLS listener per
+make-test-ca certificate in --tls-dir, a port that refuses, one that never accepts. --log gets a JSON
+line per request, as /echo gives it less query and tls, plus id, t, status. Routes: /echo?status=,
+/bytes?n=&mode=length|chunked|close&seed= (X-Body-Sha256, X-Body-Length), /slow?n=&piece=64&delay_ms=100
+&head_delay_ms=0&mode=, /short?n=&sent=n/2, /reset-mid?n=&sent=n/2&pause_ms=200, /stall?n=&sent=n/2
+&max_ms=, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302, /upload,
+/headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /__log?since=<id>.
 """
 
 import argparse
@@ -44,8 +40,7 @@ def add(entry):
 
 
 def generated(seed, n, piece=1 << 18):
-    """The first n bytes of seed's body in pieces: 4096-byte pages, each its
-    number in 8 bytes and then 4088 bytes that only the seed decides."""
+    """Seed's first n bytes in pieces: 4096-byte pages, each its number in 8 bytes and 4088 of the seed's."""
     tail, buf, page = hashlib.shake_128(b"%d" % seed).digest(4088), bytearray(), 0
     while n > 0:
         take = min(piece, n)
@@ -72,12 +67,6 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def setup(self):
         super().setup()
         self.conn_number, self.seq = next(CONNECTIONS), 0
-
-    def version_string(self):
-        return "vn-origin/1"
-
-    def log_message(self, *args):
-        pass
 
     def __getattr__(self, name):  # do_GET, do_DELETE, ...: every verb is served alike
         if name.startswith("do_"):
@@ -164,8 +153,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.wfile.write(b"0\r\n\r\n")
 
     def hold(self, max_ms):
-        """Leaves the connection unanswered until the client closes it or
-        max_ms (else the server's lifetime) passed."""
+        """Leaves the connection unanswered until the client closes it or max_ms (else forever) passed."""
         deadline, sock = time.monotonic() + (max_ms / 1000.0 if max_ms else LIFETIME), self.connection
         while time.monotonic() < deadline:
             pending = isinstance(sock, ssl.SSLSocket) and sock.pending()
@@ -221,19 +209,14 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
 class Listener(http.server.ThreadingHTTPServer):
     def __init__(self, name, context=None):
-        self.name, self.context = name, context
+        self.name = name
         super().__init__(("127.0.0.1", 0), Handler)
+        if context:  # accepted sockets do their handshakes on their own threads
+            self.socket = context.wrap_socket(self.socket, server_side=True, do_handshake_on_connect=False)
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
-    def get_request(self):
-        sock, address = super().get_request()
-        if self.context:  # the handshake happens on the connection's own thread
-            sock = self.context.wrap_socket(sock, server_side=True, do_handshake_on_connect=False)
-        return sock, address
-
     def shutdown_request(self, request):
-        """An end the client can tell from a reset: close_notify, FIN, and a
-        short drain, so that a late client write can't turn it into RST."""
+        """Ends with close_notify, FIN and a drain, so that a late client write can't turn it into RST."""
         try:
             request.settimeout(0.3)
             if isinstance(request, ssl.SSLSocket):
@@ -248,9 +231,6 @@ class Listener(http.server.ThreadingHTTPServer):
         except (OSError, ValueError):
             pass
         request.close()
-
-    def handle_error(self, request, address):
-        pass  # a client that went away, or a failed TLS handshake
 
 
 def main():

@@ -6,13 +6,12 @@
 set -u
 export WINEPREFIX=$2 WINEARCH=win64 WINEDEBUG=-all
 mkdir -p "$3"
-n=91
-while [ -e "/tmp/.X11-unix/X$n" ] || [ -e "/tmp/.X$n-lock" ]; do n=$((n + 1)); [ $n -le 120 ] || exit 1; done
-export DISPLAY=":$n"
-Xvfb "$DISPLAY" -screen 0 1024x768x24 -nolisten tcp >/dev/null 2>&1 &
+# Xvfb picks a free display itself and names it once it is ready.
+exec 3< <(exec Xvfb -displayfd 1 -screen 0 1024x768x24 -nolisten tcp 2>/dev/null)
 xvfb=$! wine_pid=
 trap 'kill $wine_pid $xvfb 2>/dev/null; wineserver -k >/dev/null 2>&1' EXIT
-for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+read -r -t 20 display <&3 || { echo "FAIL: Xvfb did not start"; exit 1; }
+export DISPLAY=":$display"
 timeout 120 wine "$1/VnLinkhost.exe" -h &
 wine_pid=$!
 for _ in $(seq 200); do

@@ -12,18 +12,11 @@ namespace st = vn_credui_standin;
 
 namespace {
 
-// Prompts open now, and an event set when a second opens beside the first,
-// which a prompt told to stay open waits for.
+// Prompts open now, and an event set when a second opens beside the first.
 LONG g_open = 0;
 HANDLE g_overlap = nullptr;
 // Keeps the journal's read-modify-write steps of two prompting threads apart.
 SRWLOCK g_journal = SRWLOCK_INIT;
-
-void CopyOut(const std::wstring& text, PWSTR buffer, ULONG chars)
-{
-    if (buffer && chars)
-        buffer[text.copy(buffer, std::min<size_t>(text.size(), chars - 1))] = L'\0';
-}
 
 }  // namespace
 
@@ -38,8 +31,7 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
     return TRUE;
 }
 
-// Exported as CredUIPromptForCredentialsW (see credui.def); its own name
-// keeps it apart from the platform's declaration in wincred.h.
+// Exported as CredUIPromptForCredentialsW (credui.def), apart from wincred.h's declaration.
 extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR target, PCtxtHandle context, DWORD,
                                                     PWSTR userName, ULONG userNameChars, PWSTR password,
                                                     ULONG passwordChars, BOOL* save, DWORD flags)
@@ -65,8 +57,8 @@ extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR 
         ::WaitForSingleObject(g_overlap, holdMs);
     const DWORD answer = st::ReadDword(L"Answer", ERROR_CANCELLED);
     if (answer == NO_ERROR) {
-        CopyOut(st::ReadText(L"Login"), userName, userNameChars);
-        CopyOut(st::ReadText(L"Password"), password, passwordChars);
+        lstrcpynW(userName, st::ReadText(L"Login").c_str(), userNameChars);
+        lstrcpynW(password, st::ReadText(L"Password").c_str(), passwordChars);
         if (save && st::HasValue(L"Tick"))
             *save = st::ReadDword(L"Tick", 0) ? TRUE : FALSE;
     }

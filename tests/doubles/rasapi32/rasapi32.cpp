@@ -1,14 +1,10 @@
 // Stand-in for the platform's RASAPI32.DLL (Wine's has no phone book and no
-// connections), told by the test under HKCU\Software\VnLinkhostTest\Ras:
-//   "Entries", "Connected" (MULTI_SZ) - the phone book, and the entries with
-//                                       a connection in the platform's order;
-//   "DialError" (DWORD)   - what RasDialA answers; 0 connects the entry;
-//   "ConnState" (DWORD)   - the state a connection reports; absent: connected;
-//   "DeadHandles" (DWORD) - non-zero: every connection handle has died;
-//   "HangUpPolls" (DWORD) - status queries that still find a hung-up connection;
-//   "NoErrorText" (DWORD) - non-zero: RasGetErrorStringA fails.
-// A connection's handle comes from the entry's place in the phone book, so it
-// stays the same across loads.
+// connections), told under HKCU\Software\VnLinkhostTest\Ras: "Entries" and
+// "Connected" (MULTI_SZ), the phone book and the connections in order; what
+// RasDialA answers ("DialError"), the state a connection reports ("ConnState"),
+// whether all handles died ("DeadHandles"), status queries that still find a
+// hung-up connection ("HangUpPolls"), and "NoErrorText" (all DWORD). A handle
+// comes from the entry's place in the phone book: it outlives each load.
 #include <windows.h>
 
 #include <algorithm>
@@ -124,8 +120,7 @@ extern "C" DWORD WINAPI RasGetConnectStatusA(TRasConnHandle handle, TRasConnStat
     } else if (vn_standin::ReadDword(kRasKey, "DeadHandles", 0) || entry.empty() || IndexOf(Connected(), entry) < 0) {
         result = kErrorInvalidHandle;
     } else if (vn_standin::ReadText(kRasKey, "HangingUp") == entry) {
-        // Hung up but not yet gone: the platform needs a while before the
-        // handle dies, and meanwhile reports the connection as disconnected.
+        // Hung up: the handle dies only after a few queries that find it disconnected.
         DWORD left = vn_standin::ReadDword(kRasKey, "PollsLeft", 0);
         if (left == 0) {
             SetConnected(entry, false);
@@ -166,8 +161,7 @@ extern "C" DWORD WINAPI RasDialA(void*, LPCSTR, TRasDialParams* params, DWORD, v
         result = vn_standin::ReadDword(kRasKey, "DialError", 0);
         if (result == 0)
             SetConnected(entry, true);
-        // The platform hands out a handle for a failed dial as well; the
-        // caller must hang it up to free the port.
+        // A failed dial has a handle too, which the caller must hang up to free the port.
         *handle = HandleOf(entry);
     }
     return Journal("RasDialA", entry + "," + (params ? params->szUserName : "") + (notifier ? ",notifier" : ""), result);

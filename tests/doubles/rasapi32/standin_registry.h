@@ -1,6 +1,5 @@
-// The keys under which a test tells the stand-in DLLs what to answer, and the
-// helpers that read the answers and keep their journal; in HKCU of the test
-// prefix, so that they outlive each load of a stand-in.
+// The keys of the test prefix's HKCU under which a test tells the stand-in
+// DLLs what to answer, and the helpers that read them and keep the journal.
 #pragma once
 
 #include <windows.h>
@@ -48,7 +47,6 @@ void WriteDword(const C* key, const C* name, DWORD value)
     Set(key, name, REG_DWORD, &value, sizeof value);
 }
 
-// A REG_SZ value; absent gives an empty text.
 template <typename C>
 std::basic_string<C> ReadText(const C* key, const C* name)
 {
@@ -69,7 +67,7 @@ void WriteText(const C* key, const C* name, const T& value)
     Set(key, name, REG_SZ, text.c_str(), (text.size() + 1) * sizeof(C));
 }
 
-// A REG_MULTI_SZ value as a list; absent or empty gives an empty list.
+// A REG_MULTI_SZ value as a list.
 inline std::vector<std::string> ReadList(const char* key, const char* name)
 {
     std::vector<std::string> list;

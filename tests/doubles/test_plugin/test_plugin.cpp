@@ -3,19 +3,14 @@
 #include <windows.h>
 #include <ole2.h>
 
-#include <algorithm>
+#include <string>
 
+#include "tests/doubles/rasapi32/standin_registry.h"
+#include "vfc/bstr.h"
 #include "vfc/com_object.h"
 #include "vnlinkhost.h"
 
 namespace {
-
-DWORD Setting(const char* name, DWORD fallback)
-{
-    DWORD value = fallback, size = sizeof value;
-    RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size);
-    return value;
-}
 
 // The plug-in, which lives on as the sink and the extension it registers.
 class Plugin : public vfc::TComObject<Plugin, IVnLinkhostPlugin, IVnLinkhostEventSink> {
@@ -34,12 +29,10 @@ public:
         extendable->AddExtensionInterface(&IID_VnTestExtension, static_cast<IVnLinkhostEventSink*>(this));
         vfc::TComPtr<IUnknown> unknown;
         vfc::TComPtr<ILogger> logger;
-        BSTR name = SysAllocString(L"TestPlugin"), line = SysAllocString(L"initialised");
-        if (SUCCEEDED(extendable->CreateLogger(name, unknown.put())) &&
+        vfc::TBstr name(L"TestPlugin"), line(L"initialised");
+        if (SUCCEEDED(extendable->CreateLogger(name.get(), unknown.put())) &&
             SUCCEEDED(unknown->QueryInterface(IID_ILogger, logger.put_void())))
-            logger->WriteLine(line);
-        SysFreeString(name);
-        SysFreeString(line);
+            logger->WriteLine(line.get());
         return S_OK;
     }
     STDMETHODIMP GetInfo(VARIANT query, VARIANT* result) override
@@ -53,15 +46,12 @@ public:
     }
     STDMETHODIMP OnEvent(VnLinkhostEventType type, VARIANT parameter, VnLinkhostEventResult* result) override
     {
-        char events[4096] = {};
-        DWORD size = sizeof events;
-        RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", RRF_RT_REG_SZ, nullptr, events, &size);
-        const int used = std::min(lstrlenA(events), 4000);
-        wsprintfA(events + used, "%ld:%ld;", static_cast<long>(type), parameter.vt == VT_I4 ? parameter.lVal : -1L);
-        RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", REG_SZ, events, lstrlenA(events) + 1);
+        const long value = parameter.vt == VT_I4 ? parameter.lVal : -1;
+        vn_standin::WriteText(kVnTestKey, "Events", vn_standin::ReadText(kVnTestKey, "Events") + std::to_string(type) +
+                                                        ":" + std::to_string(value) + ";");
         if (result)
-            *result = static_cast<VnLinkhostEventResult>(Setting("SinkAnswer", 0));
-        return static_cast<HRESULT>(Setting("SinkStatus", S_OK));
+            *result = static_cast<VnLinkhostEventResult>(vn_standin::ReadDword(kVnTestKey, "SinkAnswer", 0));
+        return S_OK;
     }
 };
 
