@@ -40,13 +40,13 @@ def add(entry):
 
 
 def generated(seed, n, piece=1 << 18):
-    """Seed's first n bytes in pieces: 4096-byte pages, each its number in 8 bytes and 4088 of the seed's."""
-    tail, buf, page = hashlib.shake_128(b"%d" % seed).digest(4088), bytearray(), 0
+    """Seed's first n bytes, in pieces: 64 KiB blocks, each the SHAKE-128 of the seed and its number."""
+    buf, block = bytearray(), 0
     while n > 0:
         take = min(piece, n)
         while len(buf) < take:
-            buf += struct.pack("<Q", page) + tail
-            page += 1
+            buf += hashlib.shake_128(b"%d:%d" % (seed, block)).digest(65536)
+            block += 1
         yield bytes(buf[:take])
         del buf[:take]
         n -= take

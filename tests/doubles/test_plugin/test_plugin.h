@@ -6,8 +6,8 @@
 
 #include <guiddef.h>
 
+// {9A1C0E55-2B7D-4C1E-9F3A-5D6E7F801234}, and the id under which it publishes an extension ({...1235}).
 constexpr GUID CLSID_VnTestPlugin = {0x9A1C0E55, 0x2B7D, 0x4C1E, {0x9F, 0x3A, 0x5D, 0x6E, 0x7F, 0x80, 0x12, 0x34}};
-// {9A1C0E55-2B7D-4C1E-9F3A-5D6E7F801234}, and the extension's id ({...-1235}).
 constexpr GUID IID_VnTestExtension = {0x9A1C0E55, 0x2B7D, 0x4C1E, {0x9F, 0x3A, 0x5D, 0x6E, 0x7F, 0x80, 0x12, 0x35}};
 
 constexpr const char* kVnTestKey = "Software\\VnLinkhostTest";
