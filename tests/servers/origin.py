@@ -3,10 +3,10 @@
 "READY http=<port> https=<port> ... refused=<port> blackhole=<port> pid=<pid>": a TLS listener per
 make-test-ca certificate in --tls-dir, a port that refuses, one that never accepts. --log gets a JSON
 line per request, as /echo gives it less query and tls, plus id, t, status. Routes: /echo?status=,
-/bytes?n=&mode=length|chunked|close&seed= (X-Body-Sha256, X-Body-Length), /slow?n=&piece=64&delay_ms=100
-&head_delay_ms=0&mode=, /short?n=&sent=n/2, /reset-mid?n=&sent=n/2&pause_ms=200, /stall?n=&sent=n/2
-&max_ms=, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302, /upload,
-/headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /__log?since=<id>.
+/bytes?n=&mode=length|chunked|close&seed= (X-Body-Sha256, X-Body-Length: what the bytes hash to),
+/slow?n=&piece=64&delay_ms=100&head_delay_ms=0&mode=, /short?n=&sent=n/2, /stall?n=&sent=n/2&max_ms=,
+/reset-mid?n=&sent=n/2&pause_ms=200, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302,
+/upload, /headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /__log?since=<id>.
 """
 
 import argparse
