@@ -4,37 +4,20 @@
 
 #include <windows.h>
 
-#include "host/module.h"
-
 #include <cstdio>
-#include <cstdlib>
+#include <thread>
 
-namespace {
-
-DWORD WINAPI Watchdog(LPVOID param)
-{
-    const DWORD ms = static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(param));
-    Sleep(ms);
-    std::fprintf(stderr, "\nWATCHDOG: test program still running after %lu ms, aborting\n",
-                 static_cast<unsigned long>(ms));
-    std::fflush(stderr);
-    TerminateProcess(GetCurrentProcess(), 3);
-    return 0;
-}
-
-}  // namespace
+#include "host/module.h"
 
 int main(int argc, char** argv)
 {
     // The module exists before any object, as in the product.
     Module();
     testing::InitGoogleTest(&argc, argv);
-    DWORD limit = 300000;
-    if (const char* env = std::getenv("VN_TEST_WATCHDOG_MS"))
-        limit = static_cast<DWORD>(std::strtoul(env, nullptr, 10));
-    HANDLE thread = CreateThread(nullptr, 0, Watchdog,
-                                 reinterpret_cast<LPVOID>(static_cast<ULONG_PTR>(limit)), 0, nullptr);
-    if (thread)
-        CloseHandle(thread);
+    std::thread([] {
+        ::Sleep(300000);
+        std::fputs("\nWATCHDOG: test program still running after 300000 ms, aborting\n", stderr);
+        ::TerminateProcess(::GetCurrentProcess(), 3);
+    }).detach();
     return RUN_ALL_TESTS();
 }

@@ -1,5 +1,10 @@
 #include "common/test_util.h"
 
+#include <shlobj.h>
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -9,26 +14,29 @@ std::string BinDir()
 {
     char path[MAX_PATH] = {};
     ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string dir = path;
-    return dir.substr(0, dir.find_last_of('\\'));
+    return std::string(path, std::strrchr(path, '\\'));
 }
 
 std::string ReadWholeFile(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream out;
-    out << in.rdbuf();
+    out << std::ifstream(path, std::ios::binary).rdbuf();
     return out.str();
 }
 
-TChild::TChild(const std::string& commandLine)
+TChild::TChild(const std::string& commandLine, HANDLE output)
 {
     STARTUPINFOA si = {};
     si.cb = sizeof si;
+    if (output) {
+        si.dwFlags = STARTF_USESTDHANDLES;
+        si.hStdOutput = si.hStdError = output;
+        si.hStdInput = ::GetStdHandle(STD_INPUT_HANDLE);
+    }
     // Under load Wine now and then refuses a start: try a few times.
     for (int attempt = 0; attempt < 5; ++attempt) {
         std::string line = commandLine;
-        if (::CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &m_pi))
+        if (::CreateProcessA(nullptr, &line[0], nullptr, nullptr, output != nullptr, 0, nullptr, nullptr, &si, &m_pi))
             return;
         m_pi = {};
         ::Sleep(200);
@@ -49,100 +57,71 @@ TChild::~TChild()
 
 DWORD TChild::Wait(DWORD timeoutMs)
 {
-    if (!m_pi.hProcess)
-        return ~0u;
-    ::WaitForSingleObject(m_pi.hProcess, timeoutMs);
     DWORD code = ~0u;
-    ::GetExitCodeProcess(m_pi.hProcess, &code);
+    if (m_pi.hProcess && ::WaitForSingleObject(m_pi.hProcess, timeoutMs) != WAIT_FAILED)
+        ::GetExitCodeProcess(m_pi.hProcess, &code);
+    return code;
+}
+
+DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs)
+{
+    char folder[MAX_PATH], path[MAX_PATH];
+    ::GetTempPathA(MAX_PATH, folder);
+    ::GetTempFileNameA(folder, "vnt", 0, path);
+    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    HANDLE file = ::CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, CREATE_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD code;
+    {
+        TChild child(commandLine, file);  // killed on leaving the scope if still running
+        code = child.Wait(timeoutMs);
+    }
+    code = code == STILL_ACTIVE ? 0xDEAD : code;
+    ::CloseHandle(file);
+    output = ReadWholeFile(path);
+    ::DeleteFileA(path);
     return code;
 }
 
 DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs)
 {
-    TChild child(commandLine);
-    if (!child.started())
-        return ~0u;
-    DWORD code = child.Wait(timeoutMs);
-    if (code == STILL_ACTIVE) {
-        ::TerminateProcess(child.handle(), 0xDEAD);
-        return 0xDEAD;
-    }
-    return code;
-}
-
-}  // namespace vn_test
-
-#include <shlobj.h>
-#include <tlhelp32.h>
-
-namespace vn_test {
-
-DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs)
-{
-    char tempDir[MAX_PATH], tempFile[MAX_PATH];
-    GetTempPathA(MAX_PATH, tempDir);
-    GetTempFileNameA(tempDir, "vnt", 0, tempFile);
-    SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
-    HANDLE file = CreateFileA(tempFile, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &sa, CREATE_ALWAYS,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
-    STARTUPINFOA si = {};
-    si.cb = sizeof si;
-    si.dwFlags = STARTF_USESTDHANDLES;
-    si.hStdOutput = file;
-    si.hStdError = file;
-    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    PROCESS_INFORMATION pi = {};
-    std::string line = commandLine;
-    DWORD code = ~0u;
-    if (CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
-        if (WaitForSingleObject(pi.hProcess, timeoutMs) == WAIT_TIMEOUT)
-            TerminateProcess(pi.hProcess, 0xDEAD);
-        WaitForSingleObject(pi.hProcess, 5000);
-        GetExitCodeProcess(pi.hProcess, &code);
-        CloseHandle(pi.hProcess);
-        CloseHandle(pi.hThread);
-    }
-    CloseHandle(file);
-    output = ReadWholeFile(tempFile);
-    DeleteFileA(tempFile);
-    return code;
+    std::string ignored;
+    return RunCapture(commandLine, ignored, timeoutMs);
 }
 
 DWORD FindProcess(const char* imageName)
 {
-    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     if (snapshot == INVALID_HANDLE_VALUE)
         return 0;
     PROCESSENTRY32 entry = {};
     entry.dwSize = sizeof entry;
     DWORD found = 0;
-    for (BOOL ok = Process32First(snapshot, &entry); ok && !found; ok = Process32Next(snapshot, &entry))
-        if (entry.th32ProcessID != GetCurrentProcessId() && lstrcmpiA(entry.szExeFile, imageName) == 0)
+    for (BOOL ok = ::Process32First(snapshot, &entry); ok && !found; ok = ::Process32Next(snapshot, &entry))
+        if (entry.th32ProcessID != ::GetCurrentProcessId() && ::lstrcmpiA(entry.szExeFile, imageName) == 0)
             found = entry.th32ProcessID;
-    CloseHandle(snapshot);
+    ::CloseHandle(snapshot);
     return found;
 }
 
-namespace {
-std::string LogPath()
+static std::string LogPath()
 {
     char base[MAX_PATH] = {};
-    SHGetFolderPathA(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, base);
+    ::SHGetFolderPathA(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, base);
     return std::string(base) + "\\Velorin\\VnLinkhost\\Konfiguration\\VnLinkhost.log";
 }
-}  // namespace
 
 size_t LogSize() { return ReadWholeFile(LogPath()).size(); }
 
 std::string LogSince(size_t offset)
 {
-    std::string all = ReadWholeFile(LogPath());
-    return offset < all.size() ? all.substr(offset) : std::string();
+    const std::string all = ReadWholeFile(LogPath());
+    return all.substr(std::min(offset, all.size()));
 }
 
 int CountLogLinesSince(size_t offset, const std::string& text)
 {
-    std::string tail = LogSince(offset);
+    const std::string tail = LogSince(offset);
     int count = 0;
     for (size_t pos = tail.find(text); pos != std::string::npos; pos = tail.find(text, pos + text.size()))
         ++count;
@@ -153,18 +132,13 @@ std::string RegText(HKEY root, const std::string& key, const char* value)
 {
     char buffer[1024] = {};
     DWORD size = sizeof buffer;
-    if (RegGetValueA(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, buffer, &size) != ERROR_SUCCESS)
-        return "<missing>";
-    return buffer;
+    return ::RegGetValueA(root, key.c_str(), value, RRF_RT_REG_SZ, nullptr, buffer, &size) ? "<missing>" : buffer;
 }
 
 bool RegKeyExists(HKEY root, const std::string& key)
 {
     HKEY handle = nullptr;
-    if (RegOpenKeyExA(root, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS)
-        return false;
-    RegCloseKey(handle);
-    return true;
+    return ::RegOpenKeyExA(root, key.c_str(), 0, KEY_READ, &handle) == ERROR_SUCCESS && ::RegCloseKey(handle) == 0;
 }
 
 }  // namespace vn_test

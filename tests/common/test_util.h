@@ -7,18 +7,16 @@
 
 namespace vn_test {
 
-// Folder of the running test program; the product's exe is built beside it.
+// Folder of the running test program (the product's exe is built beside
+// it), and a whole file (empty when it can't be read).
 std::string BinDir();
-// The whole file, or an empty text when it can't be read.
 std::string ReadWholeFile(const std::string& path);
-// Runs a command line, waits up to `timeoutMs`, and gives its exit code
-// (or 0xDEAD if it had to be killed, ~0u if it could not start).
-DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs = 60000);
 
-// A started child process that is killed if the test forgets it.
+// A child process, killed if the test forgets it; `output` (inheritable) gets its stdout and stderr.
 class TChild {
 public:
-    explicit TChild(const std::string& commandLine);
+    explicit TChild(const std::string& commandLine) : TChild(commandLine, nullptr) {}
+    TChild(const std::string& commandLine, HANDLE output);
     ~TChild();
     TChild(const TChild&) = delete;
     TChild& operator=(const TChild&) = delete;
@@ -32,35 +30,28 @@ private:
     PROCESS_INFORMATION m_pi = {};
 };
 
+// Runs a command line for up to `timeoutMs` and gives its exit code (0xDEAD
+// if it had to be killed, ~0u if it could not start), and what it printed.
+DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs = 60000);
+DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs = 60000);
+
 // Polls `pred` every 20 ms until it holds or `timeoutMs` passed.
 template <typename Pred>
 bool WaitUntil(Pred pred, DWORD timeoutMs)
 {
-    const DWORD start = ::GetTickCount();
-    while (!pred()) {
+    for (const DWORD start = ::GetTickCount(); !pred(); ::Sleep(20))
         if (::GetTickCount() - start > timeoutMs)
             return false;
-        ::Sleep(20);
-    }
     return true;
 }
-
-}  // namespace vn_test
-
-namespace vn_test {
-
-// Runs a command line with its standard output and error going to a file
-// and gives the exit code and what it printed.
-DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs = 60000);
 
 // Id of a process with exactly this image name other than this one, or 0.
 DWORD FindProcess(const char* imageName);
 
-// Current size of the log file of the product in this prefix, and the
-// number of lines containing `text` that were added since `offset`.
+// Size of the product's log in this prefix, what came since `offset`, and how often `text` is in that.
 size_t LogSize();
-int CountLogLinesSince(size_t offset, const std::string& text);
 std::string LogSince(size_t offset);
+int CountLogLinesSince(size_t offset, const std::string& text);
 
 // Text of a registry value (REG_SZ), or "<missing>".
 std::string RegText(HKEY root, const std::string& key, const char* value);

@@ -1,41 +1,15 @@
-// libFuzzer target for the XML reader and the document tree, built natively
-// (see run-xml-fuzz). The first byte chooses the parser's mode, the rest is the
-// document. Every input must end in an event stream or an
-// XmlPullParserException; anything else (a crash, a sanitizer report, a leak,
-// a hang that trips the fuzzer's time-out) is a fault.
+// libFuzzer target for the XML reader and the document tree (see run-xml-fuzz):
+// the first byte chooses the parser's mode, the rest is the document. Anything
+// but events or an XmlPullParserException (crash, sanitizer report, leak, hang) is a fault.
 #include "xml/vn_document.h"
 #include "xml/xml_pull_parser.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <sstream>
-#include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace {
-
-// Each parse failure appends to "XmlPullException.log" in the current
-// directory. The fuzzer works in a folder of its own where that name leads to
-// /dev/null, so millions of failures cost no disk.
-char g_scratch[] = "/tmp/vn-xml-fuzz-XXXXXX";
-
-void LeaveScratchDirectory()
-{
-    ::unlink("XmlPullException.log");
-    ::rmdir(g_scratch);
-}
-
-void EnterScratchDirectory()
-{
-    if (!::mkdtemp(g_scratch) || ::chdir(g_scratch) != 0)
-        std::abort();
-    if (::symlink("/dev/null", "XmlPullException.log") != 0)
-        std::abort();
-    std::atexit(LeaveScratchDirectory);
-}
 
 void Check(bool condition)
 {
@@ -43,64 +17,36 @@ void Check(bool condition)
         std::abort();
 }
 
-// Walks the events the way a caller would, touching every accessor that the
-// current event allows.
+// Walks the events as a caller would, touching what each event allows.
 void DriveParser(const std::string& document, uint8_t mode)
 {
     std::istringstream stream(document);
     XmlPullParser parser(stream);
     parser.setFeature(XmlPullParser::FEATURE_RELAXED, (mode & 1) != 0);
     parser.setFeature(XmlPullParser::FEATURE_PROCESS_NAMESPACES, (mode & 2) != 0);
-    const bool tokens = (mode & 4) != 0;
     try {
-        for (;;) {
-            const int type = tokens ? parser.nextToken() : parser.next();
-            Check(type >= XmlPullParser::START_DOCUMENT && type <= XmlPullParser::DOCDECL);
-            Check(parser.getDepth() >= 0);
-            int start = 0;
-            int length = 0;
+        for (int type = 0; type != XmlPullParser::END_DOCUMENT;) {
+            type = (mode & 4) ? parser.nextToken() : parser.next();
+            Check(type >= XmlPullParser::START_DOCUMENT && type <= XmlPullParser::DOCDECL && parser.getDepth() >= 0);
+            int start = 0, length = 0;
             const char* chars = parser.getTextCharacters(start, length);
-            const std::string text = parser.getText();
-            Check(chars ? static_cast<size_t>(length) == text.size() : text.empty());
+            Check(chars ? static_cast<size_t>(length) == parser.getText().size() : parser.getText().empty());
             (void)parser.getPositionDescription();
-            if (type == XmlPullParser::START_TAG) {
-                Check(parser.getAttributeCount() >= 0);
-                for (int i = 0; i < parser.getAttributeCount(); ++i) {
-                    (void)parser.getAttributeNamespace(i);
-                    (void)parser.getAttributePrefix(i);
-                    (void)parser.getAttributeValue(nullptr, parser.getAttributeName(i).c_str());
-                }
-                for (int d = 0; d <= parser.getDepth(); ++d)
-                    Check(parser.getNamespaceCount(d) >= 0);
-                (void)parser.isEmptyElementTag();
-            }
-            if (type == XmlPullParser::TEXT || type == XmlPullParser::CDSECT ||
-                type == XmlPullParser::IGNORABLE_WHITESPACE)
-                (void)parser.isWhitespace();
-            if (type == XmlPullParser::END_DOCUMENT)
-                break;
+            if (type != XmlPullParser::START_TAG)
+                continue;
+            (void)parser.isEmptyElementTag();
+            for (int i = 0; i < parser.getAttributeCount(); ++i)
+                (void)(parser.getAttributeNamespace(i) + parser.getAttributePrefix(i) +
+                       parser.getAttributeValue(nullptr, parser.getAttributeName(i).c_str()));
+            for (int d = 0; d <= parser.getDepth(); ++d)
+                Check(parser.getNamespaceCount(d) >= 0);
         }
     } catch (const XmlPullParserException&) {
         // The described failure of a bad document.
     }
 }
 
-// Every node below the root knows its parent, and the search finds each name.
-void CheckTree(VnNode* root)
-{
-    Check(root->GetParent() == nullptr);
-    std::vector<VnNode*> stack{root};
-    while (!stack.empty()) {
-        VnNode* node = stack.back();
-        stack.pop_back();
-        Check(root->FindNode(node->GetName()) != nullptr);
-        for (VnNode* child : node->GetChildren()) {
-            Check(child->GetParent() == node);
-            stack.push_back(child);
-        }
-    }
-}
-
+// A loaded tree, partial after a failure, is sound, and is written and read back.
 void DriveDocument(const std::string& document)
 {
     VnDocument loaded;
@@ -108,39 +54,38 @@ void DriveDocument(const std::string& document)
     try {
         loaded.Load(in);
     } catch (const XmlPullParserException&) {
-        // A partial tree stays in the document and is written all the same.
     }
     if (loaded.IsEmpty())
         return;
-    CheckTree(loaded.GetRoot());
+    VnNode* root = loaded.GetRoot();
+    Check(root->GetParent() == nullptr);
+    std::vector<VnNode*> nodes{root};
+    for (size_t i = 0; i < nodes.size(); ++i) {
+        Check(root->FindNode(nodes[i]->GetName()) != nullptr);
+        for (VnNode* child : nodes[i]->GetChildren()) {
+            Check(child->GetParent() == nodes[i]);
+            nodes.push_back(child);
+        }
+    }
     for (const char* indent : {"", "\t"}) {
         std::ostringstream out;
         loaded.Write(out, indent);
-        // The writer does no escaping, so its output need not read back; it
-        // must only never take the reader down.
-        VnDocument again;
         std::istringstream back(out.str());
         try {
-            again.Load(back);
-        } catch (const XmlPullParserException&) {
+            VnDocument().Load(back);
+        } catch (const XmlPullParserException&) {  // the writer does no escaping
         }
     }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    EnterScratchDirectory();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (size == 0)
-        return 0;
-    const std::string document(reinterpret_cast<const char*>(data) + 1, size - 1);
-    DriveParser(document, data[0]);
-    DriveDocument(document);
+    if (size > 0) {
+        const std::string document(reinterpret_cast<const char*>(data) + 1, size - 1);
+        DriveParser(document, data[0]);
+        DriveDocument(document);
+    }
     return 0;
 }

@@ -1,5 +1,4 @@
-// What the tests of the running server share: the server's exe, its
-// registration in the test prefix, and ways to watch its process.
+// The real server's exe, a client's root object in it, and its process.
 #pragma once
 
 #include <windows.h>
@@ -17,7 +16,6 @@ namespace vn_test {
 inline std::string ServerExe() { return BinDir() + "\\VnLinkhost.exe"; }
 inline std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
 
-// Runs VnLinkhost.exe with the arguments and gives its exit status.
 inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000)
 {
     return RunAndWait(Quoted(ServerExe()) + " " + arguments, timeoutMs);
@@ -26,40 +24,29 @@ inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000)
 // A handle on the running server process, found by its image name.
 class TServerProcess {
 public:
-    TServerProcess() : m_pid(FindProcess("VnLinkhost.exe"))
-    {
-        if (m_pid)
-            m_handle.reset(::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION | PROCESS_TERMINATE, FALSE, m_pid));
-    }
+    TServerProcess()
+        : m_pid(FindProcess("VnLinkhost.exe")), m_handle(::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, m_pid)) {}
     DWORD pid() const { return m_pid; }
-    bool alive() const { return m_handle && ::WaitForSingleObject(m_handle.get(), 0) == WAIT_TIMEOUT; }
-    // Waits for the end of the process; true if it ended within the time.
+    bool alive() const { return !WaitGone(0); }
     bool WaitGone(DWORD ms) const { return !m_handle || ::WaitForSingleObject(m_handle.get(), ms) == WAIT_OBJECT_0; }
-    DWORD ExitCode() const
-    {
-        DWORD code = ~0u;
-        ::GetExitCodeProcess(m_handle.get(), &code);
-        return code;
-    }
-    void Terminate() const { ::TerminateProcess(m_handle.get(), 0xDEAD); }
+    DWORD ExitCode() const { return ::GetExitCodeProcess(m_handle.get(), &m_code) ? m_code : ~0u; }
 
 private:
     DWORD m_pid;
     vfc::THandle m_handle;
+    mutable DWORD m_code = 0;
 };
 
 inline vfc::TComPtr<IVnLinkhost> CreateRoot(HRESULT* status = nullptr)
 {
     vfc::TComPtr<IVnLinkhost> host;
-    HRESULT hr = ::CoCreateInstance(CLSID_VnLinkhostObject, nullptr, CLSCTX_LOCAL_SERVER, IID_IVnLinkhost,
-                                    host.put_void());
+    HRESULT hr = ::CoCreateInstance(CLSID_VnLinkhostObject, nullptr, CLSCTX_LOCAL_SERVER, IID_IVnLinkhost, host.put_void());
     if (status)
         *status = hr;
     return host;
 }
 
-// Tells the server to end with its last client, releases this client and
-// waits for the process to go.
+// Tells the server to end with its last client, releases it and waits for the process to go.
 inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
 {
     TServerProcess server;
@@ -70,15 +57,13 @@ inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
     return server.WaitGone(ms);
 }
 
-}  // namespace vn_test
-
-namespace vn_test {
-
-// Registers the test plug-in (tests/doubles/test_plugin) in the plug-in
-// category of the prefix, and removes it with its settings again.
-void RegisterTestPlugin();
-void UnregisterTestPlugin();
-// What the test plug-in's sink answers to every event.
-void SetSinkAnswer(DWORD answer);
+// Ends a server that an earlier test left running.
+inline void EndServer()
+{
+    if (TServerProcess().alive()) {
+        auto host = CreateRoot();
+        ShutDownServer(host);
+    }
+}
 
 }  // namespace vn_test

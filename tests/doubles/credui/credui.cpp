@@ -1,9 +1,6 @@
-// Stand-in for the platform's CREDUI.DLL. Wine's own prompt fails at once
-// without a display, and CredUIPromptForCredentialsA even ends the process, so
-// the tests put this library beside the test program and load it with
-// WINEDLLOVERRIDES="credui=n". It answers as a user would, from the values
-// that the test wrote under HKCU\Software\VnLinkhostTest\CredUI, and writes
-// down what it was asked (see credui_standin.h).
+// Stand-in for the platform's CREDUI.DLL: Wine's prompt fails at once without
+// a display, and CredUIPromptForCredentialsA even ends the process. It answers
+// as a user would and writes down what it was asked (see credui_standin.h).
 #include <windows.h>
 #include <wincred.h>
 
@@ -15,70 +12,53 @@ namespace st = vn_credui_standin;
 
 namespace {
 
-// Prompts open at this moment in this process, and an event that is set when
-// a second one opens beside the first. A prompt that is told to stay open
-// waits for that event, so that two prompts at once are seen however the
-// threads are scheduled.
+// Prompts open now, and an event set when a second opens beside the first.
 LONG g_open = 0;
 HANDLE g_overlap = nullptr;
 // Keeps the journal's read-modify-write steps of two prompting threads apart.
 SRWLOCK g_journal = SRWLOCK_INIT;
 
-void CopyOut(const std::wstring& text, PWSTR buffer, ULONG chars)
-{
-    if (!buffer || !chars)
-        return;
-    size_t n = std::min<size_t>(text.size(), chars - 1);
-    text.copy(buffer, n);
-    buffer[n] = L'\0';
-}
-
 }  // namespace
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 {
-    if (reason == DLL_PROCESS_ATTACH) {
-        if (st::ReadDword(L"Unloadable", 0))
-            return FALSE;
+    if (reason == DLL_PROCESS_ATTACH && st::ReadDword(L"Unloadable", 0))
+        return FALSE;
+    if (reason == DLL_PROCESS_ATTACH)
         g_overlap = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    } else if (reason == DLL_PROCESS_DETACH && g_overlap) {
+    else if (reason == DLL_PROCESS_DETACH && g_overlap)
         ::CloseHandle(g_overlap);
-    }
     return TRUE;
 }
 
-// Exported as CredUIPromptForCredentialsW (see credui.def); its own name
-// keeps it apart from the platform's declaration in wincred.h.
-extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR target, PCtxtHandle context,
-                                                    DWORD authError, PWSTR userName, ULONG userNameChars,
-                                                    PWSTR password, ULONG passwordChars, BOOL* save, DWORD flags)
+// Exported as CredUIPromptForCredentialsW (credui.def), apart from wincred.h's declaration.
+extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR target, PCtxtHandle context, DWORD,
+                                                    PWSTR userName, ULONG userNameChars, PWSTR password,
+                                                    ULONG passwordChars, BOOL* save, DWORD flags)
 {
-    (void)authError;
     ::AcquireSRWLockExclusive(&g_journal);
-    LONG open = ::InterlockedIncrement(&g_open);
+    const LONG open = ::InterlockedIncrement(&g_open);
     if (open > 1)
         ::SetEvent(g_overlap);
-    if (static_cast<DWORD>(open) > st::ReadDword(L"MaxOpen", 0))
-        st::WriteDword(L"MaxOpen", static_cast<DWORD>(open));
+    st::WriteDword(L"MaxOpen", std::max(static_cast<DWORD>(open), st::ReadDword(L"MaxOpen", 0)));
     st::WriteDword(L"Prompts", st::ReadDword(L"Prompts", 0) + 1);
     st::WriteText(L"Target", target ? target : L"");
     st::WriteText(L"Message", info && info->pszMessageText ? info->pszMessageText : L"");
     st::WriteText(L"Caption", info && info->pszCaptionText ? info->pszCaptionText : L"");
-    st::WriteDword(L"InfoSize", info ? info->cbSize : 0);
-    st::WriteDword(L"Flags", flags);
-    st::WriteDword(L"TickIn", save ? static_cast<DWORD>(*save) : 0xFFFFFFFFu);
-    st::WriteDword(L"LoginChars", userNameChars);
-    st::WriteDword(L"PasswordChars", passwordChars);
-    st::WriteDword(L"Context", context ? 1 : 0);
+    const std::pair<const wchar_t*, DWORD> asked[] = {
+        {L"InfoSize", info ? info->cbSize : 0}, {L"Flags", flags}, {L"LoginChars", userNameChars},
+        {L"TickIn", save ? static_cast<DWORD>(*save) : 0xFFFFFFFFu}, {L"PasswordChars", passwordChars},
+        {L"Context", context ? 1u : 0u}};
+    for (const auto& value : asked)
+        st::WriteDword(value.first, value.second);
     ::ReleaseSRWLockExclusive(&g_journal);
 
     if (DWORD holdMs = st::ReadDword(L"HoldMs", 0))
         ::WaitForSingleObject(g_overlap, holdMs);
-
-    DWORD answer = st::ReadDword(L"Answer", ERROR_CANCELLED);
+    const DWORD answer = st::ReadDword(L"Answer", ERROR_CANCELLED);
     if (answer == NO_ERROR) {
-        CopyOut(st::ReadText(L"Login"), userName, userNameChars);
-        CopyOut(st::ReadText(L"Password"), password, passwordChars);
+        lstrcpynW(userName, st::ReadText(L"Login").c_str(), userNameChars);
+        lstrcpynW(password, st::ReadText(L"Password").c_str(), passwordChars);
         if (save && st::HasValue(L"Tick"))
             *save = st::ReadDword(L"Tick", 0) ? TRUE : FALSE;
     }

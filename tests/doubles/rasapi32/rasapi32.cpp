@@ -1,23 +1,14 @@
-// Stand-in for the platform's RASAPI32.DLL, which under Wine has no phone
-// book and no connections. It keeps a phone book and a connection table in
-// HKCU\Software\VnLinkhostTest\Ras of the test prefix, where the test writes
-// what the platform would hold:
-//   "Entries" (MULTI_SZ)    - the phone book's entry names, in order.
-//   "Connected" (MULTI_SZ)  - entries with a connection, in the order the
-//                             platform lists connections.
-//   "DialError" (DWORD)     - what RasDialA answers; 0 connects the entry.
-//   "ConnState" (DWORD)     - the state a connection reports; absent: connected.
-//   "DeadHandles" (DWORD)   - non-zero: every connection handle has died, so
-//                             RasGetConnectStatusA gives ERROR_INVALID_HANDLE.
-//   "HangUpPolls" (DWORD)   - after RasHangUpA, how many status queries still
-//                             find the connection before its handle dies.
-//   "NoErrorText" (DWORD)   - non-zero: RasGetErrorStringA fails.
-// Each call is journalled in "Calls". A connection's handle is derived from
-// the entry's place in the phone book, so it stays the same across loads.
+// Stand-in for the platform's RASAPI32.DLL (Wine's has no phone book and no
+// connections), told under HKCU\Software\VnLinkhostTest\Ras: "Entries" and
+// "Connected" (MULTI_SZ), the phone book and the connections in order; what
+// RasDialA answers ("DialError"), the state a connection reports ("ConnState"),
+// whether all handles died ("DeadHandles"), status queries that still find a
+// hung-up connection ("HangUpPolls"), and "NoErrorText" (all DWORD). A handle
+// comes from the entry's place in the phone book: it outlives each load.
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -37,120 +28,85 @@ std::vector<std::string> Connected() { return vn_standin::ReadList(kRasKey, "Con
 
 int IndexOf(const std::vector<std::string>& list, const std::string& name)
 {
-    for (size_t i = 0; i < list.size(); ++i)
-        if (list[i] == name)
-            return static_cast<int>(i);
-    return -1;
+    auto it = std::find(list.begin(), list.end(), name);
+    return it == list.end() ? -1 : static_cast<int>(it - list.begin());
 }
 
 TRasConnHandle HandleOf(const std::string& entry)
 {
     int index = IndexOf(Entries(), entry);
-    if (index >= 0)
-        return reinterpret_cast<TRasConnHandle>(kHandleBase + index);
-    return reinterpret_cast<TRasConnHandle>(kUnlistedBase + IndexOf(Connected(), entry));
+    return reinterpret_cast<TRasConnHandle>(index >= 0 ? kHandleBase + index : kUnlistedBase + IndexOf(Connected(), entry));
 }
 
 std::string EntryOf(TRasConnHandle handle)
 {
-    ULONG_PTR value = reinterpret_cast<ULONG_PTR>(handle);
-    std::vector<std::string> entries = Entries();
-    if (value >= kHandleBase && value - kHandleBase < entries.size())
-        return entries[value - kHandleBase];
-    std::vector<std::string> connected = Connected();
-    if (value >= kUnlistedBase && value - kUnlistedBase < connected.size())
-        return connected[value - kUnlistedBase];
-    return std::string();
+    const ULONG_PTR value = reinterpret_cast<ULONG_PTR>(handle);
+    const auto in = [value](ULONG_PTR base, const std::vector<std::string>& list) {
+        return value >= base && value - base < list.size() ? list[value - base] : std::string();
+    };
+    const std::string listed = in(kHandleBase, Entries());
+    return listed.empty() ? in(kUnlistedBase, Connected()) : listed;
 }
 
-void Disconnect(const std::string& entry)
+void SetConnected(const std::string& entry, bool connected)
 {
-    std::vector<std::string> connected = Connected();
-    int index = IndexOf(connected, entry);
-    if (index >= 0) {
-        connected.erase(connected.begin() + index);
-        vn_standin::WriteList(kRasKey, "Connected", connected);
+    std::vector<std::string> list = Connected();
+    const int index = IndexOf(list, entry);
+    if (connected && index < 0)
+        list.push_back(entry);
+    else if (!connected && index >= 0)
+        list.erase(list.begin() + index);
+    vn_standin::WriteList(kRasKey, "Connected", list);
+}
+
+DWORD Journal(const char* name, const std::string& argument, DWORD result)
+{
+    vn_standin::Journal(kRasKey, std::string(name) + "(" + argument + ")=" + std::to_string(result));
+    return result;
+}
+
+// Fills the caller's array from the list as the platform does: the size
+// field of the first element is checked, then the space that the list needs.
+template <typename T, typename Fill>
+DWORD Enumerate(const char* call, T* items, LPDWORD cb, LPDWORD count, const std::vector<std::string>& names, Fill fill)
+{
+    if (!items || !cb || !count)
+        return ERROR_INVALID_PARAMETER;
+    const DWORD given = *cb, needed = static_cast<DWORD>(names.size() * sizeof(T));
+    DWORD result = items->dwSize != sizeof(T) ? kErrorInvalidSize : given < needed ? kErrorBufferTooSmall : 0;
+    if (result != kErrorInvalidSize) {
+        *cb = needed;
+        *count = static_cast<DWORD>(names.size());
     }
-}
-
-std::string Call(const char* name, const std::string& argument, DWORD result)
-{
-    char tail[32];
-    std::snprintf(tail, sizeof tail, ")=%lu", static_cast<unsigned long>(result));
-    return std::string(name) + "(" + argument + tail;
-}
-
-void CopyName(char* target, size_t size, const std::string& name)
-{
-    std::strncpy(target, name.c_str(), size - 1);
-    target[size - 1] = '\0';
+    for (size_t i = 0; !result && i < names.size(); ++i) {
+        items[i] = T{};
+        items[i].dwSize = sizeof(T);
+        fill(items[i], names[i]);
+    }
+    return Journal(call, std::to_string(given), result);
 }
 
 }  // namespace
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 {
-    if (reason == DLL_PROCESS_ATTACH && vn_standin::ReadDword(kRasKey, vn_standin::kUnloadable, 0))
-        return FALSE;
-    return TRUE;
+    return reason != DLL_PROCESS_ATTACH || !vn_standin::ReadDword(kRasKey, vn_standin::kUnloadable, 0);
 }
 
 extern "C" DWORD WINAPI RasEnumEntriesA(LPCSTR, LPCSTR, TRasEntryName* entries, LPDWORD cb, LPDWORD count)
 {
-    if (!entries || !cb || !count)
-        return ERROR_INVALID_PARAMETER;
-    const DWORD given = *cb;
-    DWORD result = 0;
-    std::vector<std::string> names = Entries();
-    const DWORD needed = static_cast<DWORD>(names.size() * sizeof(TRasEntryName));
-    if (entries->dwSize != sizeof(TRasEntryName)) {
-        result = kErrorInvalidSize;
-    } else if (given < needed) {
-        *cb = needed;
-        *count = static_cast<DWORD>(names.size());
-        result = kErrorBufferTooSmall;
-    } else {
-        for (size_t i = 0; i < names.size(); ++i) {
-            TRasEntryName& entry = entries[i];
-            std::memset(&entry, 0, sizeof entry);
-            entry.dwSize = sizeof entry;
-            CopyName(entry.szEntryName, sizeof entry.szEntryName, names[i]);
-        }
-        *cb = needed;
-        *count = static_cast<DWORD>(names.size());
-    }
-    vn_standin::Journal(kRasKey, Call("RasEnumEntriesA", std::to_string(given), result));
-    return result;
+    return Enumerate("RasEnumEntriesA", entries, cb, count, Entries(), [](TRasEntryName& entry, const std::string& name) {
+        lstrcpynA(entry.szEntryName, name.c_str(), sizeof entry.szEntryName);
+    });
 }
 
 extern "C" DWORD WINAPI RasEnumConnectionsA(TRasConn* connections, LPDWORD cb, LPDWORD count)
 {
-    if (!connections || !cb || !count)
-        return ERROR_INVALID_PARAMETER;
-    const DWORD given = *cb;
-    DWORD result = 0;
-    std::vector<std::string> names = Connected();
-    const DWORD needed = static_cast<DWORD>(names.size() * sizeof(TRasConn));
-    if (connections->dwSize != sizeof(TRasConn)) {
-        result = kErrorInvalidSize;
-    } else if (given < needed) {
-        *cb = needed;
-        *count = static_cast<DWORD>(names.size());
-        result = kErrorBufferTooSmall;
-    } else {
-        for (size_t i = 0; i < names.size(); ++i) {
-            TRasConn& connection = connections[i];
-            std::memset(&connection, 0, sizeof connection);
-            connection.dwSize = sizeof connection;
-            connection.hrasconn = HandleOf(names[i]);
-            CopyName(connection.szEntryName, sizeof connection.szEntryName, names[i]);
-            CopyName(connection.szDeviceType, sizeof connection.szDeviceType, "modem");
-        }
-        *cb = needed;
-        *count = static_cast<DWORD>(names.size());
-    }
-    vn_standin::Journal(kRasKey, Call("RasEnumConnectionsA", std::to_string(given), result));
-    return result;
+    return Enumerate("RasEnumConnectionsA", connections, cb, count, Connected(), [](TRasConn& connection, const std::string& name) {
+        connection.hrasconn = HandleOf(name);
+        lstrcpynA(connection.szEntryName, name.c_str(), sizeof connection.szEntryName);
+        lstrcpynA(connection.szDeviceType, "modem", sizeof connection.szDeviceType);
+    });
 }
 
 extern "C" DWORD WINAPI RasGetConnectStatusA(TRasConnHandle handle, TRasConnStatus* status)
@@ -164,11 +120,10 @@ extern "C" DWORD WINAPI RasGetConnectStatusA(TRasConnHandle handle, TRasConnStat
     } else if (vn_standin::ReadDword(kRasKey, "DeadHandles", 0) || entry.empty() || IndexOf(Connected(), entry) < 0) {
         result = kErrorInvalidHandle;
     } else if (vn_standin::ReadText(kRasKey, "HangingUp") == entry) {
-        // Hung up but not yet gone: the platform needs a while before the
-        // handle dies, and meanwhile reports the connection as disconnected.
+        // Hung up: the handle dies only after a few queries that find it disconnected.
         DWORD left = vn_standin::ReadDword(kRasKey, "PollsLeft", 0);
         if (left == 0) {
-            Disconnect(entry);
+            SetConnected(entry, false);
             vn_standin::WriteText(kRasKey, "HangingUp", "");
             result = kErrorInvalidHandle;
         } else {
@@ -178,8 +133,7 @@ extern "C" DWORD WINAPI RasGetConnectStatusA(TRasConnHandle handle, TRasConnStat
     } else {
         status->rasconnstate = vn_standin::ReadDword(kRasKey, "ConnState", kStateConnected);
     }
-    vn_standin::Journal(kRasKey, Call("RasGetConnectStatusA", entry, result));
-    return result;
+    return Journal("RasGetConnectStatusA", entry, result);
 }
 
 extern "C" DWORD WINAPI RasGetEntryDialParamsA(LPCSTR, TRasDialParams* params, LPBOOL password)
@@ -190,36 +144,27 @@ extern "C" DWORD WINAPI RasGetEntryDialParamsA(LPCSTR, TRasDialParams* params, L
     } else if (IndexOf(Entries(), params->szEntryName) < 0) {
         result = 623;  // ERROR_CANNOT_FIND_PHONEBOOK_ENTRY
     } else {
-        CopyName(params->szUserName, sizeof params->szUserName, std::string("user of ") + params->szEntryName);
-        CopyName(params->szPassword, sizeof params->szPassword, "secret");
+        lstrcpynA(params->szUserName, (std::string("user of ") + params->szEntryName).c_str(), sizeof params->szUserName);
+        lstrcpynA(params->szPassword, "secret", sizeof params->szPassword);
         if (password)
             *password = TRUE;
     }
-    vn_standin::Journal(kRasKey, Call("RasGetEntryDialParamsA", params ? params->szEntryName : "", result));
-    return result;
+    return Journal("RasGetEntryDialParamsA", params ? params->szEntryName : "", result);
 }
 
 extern "C" DWORD WINAPI RasDialA(void*, LPCSTR, TRasDialParams* params, DWORD, void* notifier, TRasConnHandle* handle)
 {
-    DWORD result = 0;
+    DWORD result = kErrorInvalidSize;
     std::string entry;
-    if (!params || !handle || params->dwSize != sizeof(TRasDialParams)) {
-        result = kErrorInvalidSize;
-    } else {
+    if (params && handle && params->dwSize == sizeof(TRasDialParams)) {
         entry = params->szEntryName;
         result = vn_standin::ReadDword(kRasKey, "DialError", 0);
-        if (result == 0 && IndexOf(Connected(), entry) < 0) {
-            std::vector<std::string> connected = Connected();
-            connected.push_back(entry);
-            vn_standin::WriteList(kRasKey, "Connected", connected);
-        }
-        // The platform hands out a handle for a failed dial as well; the
-        // caller must hang it up to free the port.
+        if (result == 0)
+            SetConnected(entry, true);
+        // A failed dial has a handle too, which the caller must hang up to free the port.
         *handle = HandleOf(entry);
     }
-    std::string argument = entry + "," + (params ? params->szUserName : "") + (notifier ? ",notifier" : "");
-    vn_standin::Journal(kRasKey, Call("RasDialA", argument, result));
-    return result;
+    return Journal("RasDialA", entry + "," + (params ? params->szUserName : "") + (notifier ? ",notifier" : ""), result);
 }
 
 extern "C" DWORD WINAPI RasHangUpA(TRasConnHandle handle)
@@ -228,14 +173,13 @@ extern "C" DWORD WINAPI RasHangUpA(TRasConnHandle handle)
     if (!entry.empty() && IndexOf(Connected(), entry) >= 0) {
         DWORD polls = vn_standin::ReadDword(kRasKey, "HangUpPolls", 0);
         if (polls == 0) {
-            Disconnect(entry);
+            SetConnected(entry, false);
         } else {
             vn_standin::WriteText(kRasKey, "HangingUp", entry);
             vn_standin::WriteDword(kRasKey, "PollsLeft", polls);
         }
     }
-    vn_standin::Journal(kRasKey, Call("RasHangUpA", entry, 0));
-    return 0;
+    return Journal("RasHangUpA", entry, 0);
 }
 
 extern "C" DWORD WINAPI RasGetErrorStringA(UINT error, LPSTR text, DWORD size)

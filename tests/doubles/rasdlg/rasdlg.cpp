@@ -1,12 +1,6 @@
-// Stand-in for the platform's Rasdlg.dll: the phone book dialog, answered
-// from HKCU\Software\VnLinkhostTest\Rasdlg of the test prefix instead of a
-// user:
-//   "Answer" (DWORD) - what RasPhonebookDlgA returns; absent or 0: the user
-//                      pressed Cancel.
-//   "Dials" (REG_SZ) - with a non-zero answer, the entry that the user dialled
-//                      in the dialog; it joins the stand-in RAS's connections.
-// Each call is journalled in "Calls" as "RasPhonebookDlgA(size,owner)=result;",
-// with the size field of the block and the owner window in hexadecimal.
+// Stand-in for the platform's Rasdlg.dll, told under HKCU\Software\VnLinkhostTest\Rasdlg:
+// "Answer" (DWORD), what RasPhonebookDlgA returns (absent: 0, Cancel), and "Dials"
+// (SZ), the entry the user dials, which joins the stand-in RAS's connections.
 #include <windows.h>
 
 #include <cstdio>
@@ -20,9 +14,7 @@ using vn_standin::kRasdlgKey;
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 {
-    if (reason == DLL_PROCESS_ATTACH && vn_standin::ReadDword(kRasdlgKey, vn_standin::kUnloadable, 0))
-        return FALSE;
-    return TRUE;
+    return reason != DLL_PROCESS_ATTACH || !vn_standin::ReadDword(kRasdlgKey, vn_standin::kUnloadable, 0);
 }
 
 extern "C" BOOL WINAPI RasPhonebookDlgA(LPCSTR, LPCSTR, vn_ras::TRasPhonebookDlg* info)
@@ -30,7 +22,7 @@ extern "C" BOOL WINAPI RasPhonebookDlgA(LPCSTR, LPCSTR, vn_ras::TRasPhonebookDlg
     BOOL answer = FALSE;
     if (info && info->dwSize == sizeof(vn_ras::TRasPhonebookDlg)) {
         answer = vn_standin::ReadDword(kRasdlgKey, "Answer", 0) ? TRUE : FALSE;
-        std::string dialled = vn_standin::ReadText(kRasdlgKey, "Dials");
+        const std::string dialled = vn_standin::ReadText(kRasdlgKey, "Dials");
         if (answer && !dialled.empty()) {
             std::vector<std::string> connected = vn_standin::ReadList(vn_standin::kRasKey, "Connected");
             connected.push_back(dialled);

@@ -1,12 +1,9 @@
-// Stand-in for the platform's Sensapi.dll. Under Wine, IsNetworkAlive always
-// says "alive, LAN"; this one answers from HKCU\Software\VnLinkhostTest\Sensapi
-// of the test prefix:
-//   "Alive" (DWORD) - the result of IsNetworkAlive; absent: TRUE.
-//   "Flags" (DWORD) - the flags it gives (1 LAN, 2 WAN); absent: 1.
-// Each call of IsNetworkAlive is journalled in "Calls".
+// Stand-in for the platform's Sensapi.dll; Wine's IsNetworkAlive always says
+// "alive, LAN". This one answers from HKCU\Software\VnLinkhostTest\Sensapi:
+// "Alive" (DWORD, absent: TRUE) and "Flags" (DWORD, 1 LAN, 2 WAN; absent: 1).
 #include <windows.h>
 
-#include <cstdio>
+#include <string>
 
 #include "tests/doubles/rasapi32/standin_registry.h"
 
@@ -14,32 +11,19 @@ using vn_standin::kSensapiKey;
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 {
-    if (reason == DLL_PROCESS_ATTACH && vn_standin::ReadDword(kSensapiKey, vn_standin::kUnloadable, 0))
-        return FALSE;
-    return TRUE;
+    return reason != DLL_PROCESS_ATTACH || !vn_standin::ReadDword(kSensapiKey, vn_standin::kUnloadable, 0);
 }
 
 extern "C" BOOL WINAPI IsNetworkAlive(LPDWORD flags)
 {
-    BOOL alive = vn_standin::ReadDword(kSensapiKey, "Alive", 1) ? TRUE : FALSE;
-    DWORD given = vn_standin::ReadDword(kSensapiKey, "Flags", 1);
+    const BOOL alive = vn_standin::ReadDword(kSensapiKey, "Alive", 1) ? TRUE : FALSE;
+    const DWORD given = vn_standin::ReadDword(kSensapiKey, "Flags", 1);
     if (flags)
         *flags = given;
-    char entry[64];
-    std::snprintf(entry, sizeof entry, "IsNetworkAlive=%d,%lu", alive, static_cast<unsigned long>(given));
-    vn_standin::Journal(kSensapiKey, entry);
+    vn_standin::Journal(kSensapiKey, "IsNetworkAlive=" + std::to_string(alive) + "," + std::to_string(given));
     return alive;
 }
 
 // The platform's two other entry points; nothing in the system calls them.
-extern "C" BOOL WINAPI IsDestinationReachableA(LPCSTR, void*)
-{
-    SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-    return FALSE;
-}
-
-extern "C" BOOL WINAPI IsDestinationReachableW(LPCWSTR, void*)
-{
-    SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-    return FALSE;
-}
+extern "C" BOOL WINAPI IsDestinationReachableA(LPCSTR, void*) { return FALSE; }
+extern "C" BOOL WINAPI IsDestinationReachableW(LPCWSTR, void*) { return FALSE; }

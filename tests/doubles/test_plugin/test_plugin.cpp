@@ -3,151 +3,80 @@
 #include <windows.h>
 #include <ole2.h>
 
-#include <atomic>
+#include <string>
 
+#include "tests/doubles/rasapi32/standin_registry.h"
+#include "vfc/bstr.h"
+#include "vfc/com_object.h"
 #include "vnlinkhost.h"
 
 namespace {
 
-std::atomic<LONG> g_objects{0};
-
-DWORD ReadSetting(const char* name, DWORD fallback)
-{
-    DWORD value = fallback, size = sizeof value;
-    if (RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, name, RRF_RT_REG_DWORD, nullptr, &value, &size) != ERROR_SUCCESS)
-        return fallback;
-    return value;
-}
-
-// Appends "type:parameter;" to the value "Events" so that a test can see what the sinks heard.
-void RecordEvent(long type, long parameter)
-{
-    char events[4096] = {};
-    DWORD size = sizeof events;
-    RegGetValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", RRF_RT_REG_SZ, nullptr, events, &size);
-    char entry[64];
-    wsprintfA(entry, "%ld:%ld;", type, parameter);
-    if (lstrlenA(events) + lstrlenA(entry) < static_cast<int>(sizeof events))
-        lstrcatA(events, entry);
-    RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events", REG_SZ, events, lstrlenA(events) + 1);
-}
-
-// One small base for the objects of this DLL.
-template <typename I>
-class Object : public I {
+// The plug-in, which lives on as the sink and the extension it registers.
+class Plugin : public vfc::TComObject<Plugin, IVnLinkhostPlugin, IVnLinkhostEventSink> {
 public:
-    Object() { ++g_objects; }
-    virtual ~Object() { --g_objects; }
-    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
+    void* QueryInterfaceExtra(REFIID iid)
     {
-        if (iid == IID_IUnknown || iid == __uuidof(I) || iid == IID_VnTestExtension) {
-            *ppv = static_cast<I*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
+        return iid == IID_VnTestExtension ? static_cast<IVnLinkhostEventSink*>(this) : nullptr;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_ref; }
-    STDMETHODIMP_(ULONG) Release() override
-    {
-        ULONG left = --m_ref;
-        if (!left)
-            delete this;
-        return left;
-    }
-
-private:
-    std::atomic<ULONG> m_ref{1};
-};
-
-class Sink : public Object<IVnLinkhostEventSink> {
-public:
-    STDMETHODIMP OnEvent(VnLinkhostEventType type, VARIANT parameter, VnLinkhostEventResult* result) override
-    {
-        RecordEvent(static_cast<long>(type), parameter.vt == VT_I4 ? parameter.lVal : -1);
-        if (result)
-            *result = static_cast<VnLinkhostEventResult>(ReadSetting("SinkAnswer", 0));
-        return static_cast<HRESULT>(ReadSetting("SinkStatus", S_OK));
-    }
-};
-
-class Plugin : public Object<IVnLinkhostPlugin> {
-public:
     STDMETHODIMP Initialize(IVnLinkhost* host) override
     {
-        IVnLinkhostExtendable* extendable = nullptr;
-        HRESULT hr = host->QueryInterface(IID_IVnLinkhostExtendable, reinterpret_cast<void**>(&extendable));
+        vfc::TComPtr<IVnLinkhostExtendable> extendable;
+        HRESULT hr = host->QueryInterface(IID_IVnLinkhostExtendable, extendable.put_void());
         if (FAILED(hr))
             return hr;
-        Sink* sink = new Sink;
-        extendable->AddEventSink(sink);
-        sink->Release();
-        Sink* extension = new Sink;
-        extendable->AddExtensionInterface(&IID_VnTestExtension, extension);
-        extension->Release();
-
-        IUnknown* unknown = nullptr;
-        BSTR name = SysAllocString(L"TestPlugin");
-        if (SUCCEEDED(extendable->CreateLogger(name, &unknown))) {
-            ILogger* logger = nullptr;
-            if (SUCCEEDED(unknown->QueryInterface(IID_ILogger, reinterpret_cast<void**>(&logger)))) {
-                BSTR line = SysAllocString(L"initialised");
-                logger->WriteLine(line);
-                SysFreeString(line);
-                logger->Release();
-            }
-            unknown->Release();
-        }
-        SysFreeString(name);
-        extendable->Release();
+        extendable->AddEventSink(this);
+        extendable->AddExtensionInterface(&IID_VnTestExtension, static_cast<IVnLinkhostEventSink*>(this));
+        vfc::TComPtr<IUnknown> unknown;
+        vfc::TComPtr<ILogger> logger;
+        vfc::TBstr name(L"TestPlugin"), line(L"initialised");
+        if (SUCCEEDED(extendable->CreateLogger(name.get(), unknown.put())) &&
+            SUCCEEDED(unknown->QueryInterface(IID_ILogger, logger.put_void())))
+            logger->WriteLine(line.get());
         return S_OK;
     }
     STDMETHODIMP GetInfo(VARIANT query, VARIANT* result) override
     {
         VariantInit(result);
-        if (query.vt != VT_BSTR)
-            return S_OK;
-        result->vt = VT_BSTR;
-        result->bstrVal = SysAllocString(lstrcmpW(query.bstrVal, L"Version") == 0 ? L"7.1" : L"Testerweiterung");
+        if (query.vt == VT_BSTR) {
+            result->vt = VT_BSTR;
+            result->bstrVal = SysAllocString(lstrcmpW(query.bstrVal, L"Version") == 0 ? L"7.1" : L"Testerweiterung");
+        }
+        return S_OK;
+    }
+    STDMETHODIMP OnEvent(VnLinkhostEventType type, VARIANT parameter, VnLinkhostEventResult* result) override
+    {
+        const long value = parameter.vt == VT_I4 ? parameter.lVal : -1;
+        vn_standin::WriteText(kVnTestKey, "Events", vn_standin::ReadText(kVnTestKey, "Events") + std::to_string(type) +
+                                                        ":" + std::to_string(value) + ";");
+        if (result)
+            *result = static_cast<VnLinkhostEventResult>(vn_standin::ReadDword(kVnTestKey, "SinkAnswer", 0));
         return S_OK;
     }
 };
 
-class Factory : public IClassFactory {
+class Factory : public vfc::TComObject<Factory, IClassFactory> {
 public:
-    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
-    {
-        if (iid == IID_IUnknown || iid == IID_IClassFactory) {
-            *ppv = this;
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
-        if (outer)
-            return CLASS_E_NOAGGREGATION;
-        Plugin* plugin = new Plugin;
-        HRESULT hr = plugin->QueryInterface(iid, ppv);
-        plugin->Release();
-        return hr;
+        vfc::TComPtr<Plugin> plugin;
+        HRESULT hr = outer ? CLASS_E_NOAGGREGATION : vfc::CreateInto(plugin);
+        return SUCCEEDED(hr) ? plugin->QueryInterface(iid, ppv) : hr;
     }
-    STDMETHODIMP LockServer(BOOL) override { return S_OK; }
+    STDMETHODIMP LockServer(BOOL lock) override
+    {
+        lock ? vfc::ModuleLock() : vfc::ModuleUnlock();
+        return S_OK;
+    }
 };
-
-Factory g_factory;
 
 }  // namespace
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
 {
-    if (clsid != CLSID_VnTestPlugin)
-        return CLASS_E_CLASSNOTAVAILABLE;
-    return g_factory.QueryInterface(iid, ppv);
+    vfc::TComPtr<Factory> factory;
+    HRESULT hr = clsid == CLSID_VnTestPlugin ? vfc::CreateInto(factory) : CLASS_E_CLASSNOTAVAILABLE;
+    return SUCCEEDED(hr) ? factory->QueryInterface(iid, ppv) : hr;
 }
 
-extern "C" HRESULT WINAPI DllCanUnloadNow() { return g_objects == 0 ? S_OK : S_FALSE; }
+extern "C" HRESULT WINAPI DllCanUnloadNow() { return vfc::ModuleLockCountWithoutTarget() == 0 ? S_OK : S_FALSE; }

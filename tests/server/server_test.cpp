@@ -1,0 +1,327 @@
+// The real program as its users meet it: registered, started on demand, one root object for all
+// clients, with its plug-ins, lingering, its settings saved for the next process, never two at a
+// time, as a service, killed. In this order: the last test leaves a stale class registration.
+#include <gtest/gtest.h>
+
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+#include "server/server_fixture.h"
+#include "tests/settings/config_file_support.h"
+#include "tests/doubles/test_plugin/test_plugin.h"
+#include "vfc/text.h"
+
+namespace {
+
+using namespace vn_test;
+
+const std::string kClsid = "{566E4C48-7F95-4309-B372-41BF7CD4804C}";
+const std::string kAppId = "{566E4C48-8BA7-4C2E-92E1-8B41F333C18B}";
+const std::string kLibId = "{566E4C48-039E-43DE-9D14-4E38B2348BD7}";
+const std::string kCatId = "{566E4C48-60C4-4777-A4B1-D178F6C1AE38}", kCategory = "Component Categories\\" + kCatId;
+
+// Registry values under HKCR that registering writes and unregistering
+// removes (key, value, text); a null text only asks for the key.
+const std::tuple<std::string, const char*, const char*> kRegistered[] = {
+    {"CLSID\\" + kClsid, nullptr, "Velorin Linkhost Object"},
+    {"CLSID\\" + kClsid, "AppID", kAppId.c_str()},
+    {"CLSID\\" + kClsid + "\\LocalServer32", "ThreadingModel", "Free"},
+    {"CLSID\\" + kClsid + "\\ProgID", nullptr, "VnLinkhost.VnLinkhostObject.1"},
+    {"CLSID\\" + kClsid + "\\VersionIndependentProgID", nullptr, "VnLinkhost.VnLinkhostObject"},
+    {"CLSID\\" + kClsid + "\\TypeLib", nullptr, kLibId.c_str()},
+    {"CLSID\\" + kClsid + "\\Programmable", nullptr, nullptr},
+    {"AppID\\" + kAppId, nullptr, "Velorin Linkhost Object"},
+    {"AppID\\VnLinkhost.exe", "AppID", kAppId.c_str()},
+    {"VnLinkhost.VnLinkhostObject\\CLSID", nullptr, kClsid.c_str()},
+    {"VnLinkhost.VnLinkhostObject\\CurVer", nullptr, "VnLinkhost.VnLinkhostObject.1"},
+    {"TypeLib\\" + kLibId + "\\1.0", nullptr, nullptr},
+};
+
+TEST(Registration, RegServerWritesTheServerAndUnregisterRemovesAllButTheCategory)
+{
+    ASSERT_EQ(0u, RunServer("/RegServer"));
+    for (const auto& [key, value, text] : kRegistered)
+        EXPECT_EQ(text ? text : "<key>", text ? RegText(HKEY_CLASSES_ROOT, key, value)
+                                              : RegKeyExists(HKEY_CLASSES_ROOT, key) ? "<key>" : "<none>") << key;
+    const std::string server = RegText(HKEY_CLASSES_ROOT, "CLSID\\" + kClsid + "\\LocalServer32", nullptr);
+    EXPECT_NE(std::string::npos, server.find("VnLinkhost.exe")) << server;
+    EXPECT_EQ("<missing>", RegText(HKEY_CLASSES_ROOT, "AppID\\" + kAppId, "LocalService"));
+    EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, "Interface\\{566E4C48-F86F-448E-B37D-2C44BF941431}\\ProxyStubClsid32"));
+    EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, kCategory));
+
+    ASSERT_EQ(0u, RunServer("-u"));
+    for (const auto& registered : kRegistered)
+        EXPECT_FALSE(RegKeyExists(HKEY_CLASSES_ROOT, std::get<0>(registered))) << std::get<0>(registered);
+    EXPECT_FALSE(RegKeyExists(HKEY_CLASSES_ROOT, "TypeLib\\" + kLibId));
+    EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, "AppID")) << "the parent key is never removed";
+    EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, kCategory));
+    HRESULT hr = S_OK;
+    EXPECT_FALSE(CreateRoot(&hr));
+    EXPECT_EQ(REGDB_E_CLASSNOTREG, hr);
+    EXPECT_EQ(0u, RunServer("-u")) << "unregistering twice is no error";
+    EXPECT_EQ(0u, RunServer("-r")) << "the box that reports it fails at once without a display";
+    EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, "CLSID\\" + kClsid));
+}
+
+TEST(Registration, CommandLinesThatDoNoWorkEndWithEFailAndKillWithNothingToEndWithZero)
+{
+    // No display: the usage box fails at once instead of waiting for a click.
+    for (const char* arguments : {"", "-h", "--help", "-x", "--reg", "foo -r", "-- -r", "--help=x", "-h -r"})
+        EXPECT_EQ(static_cast<DWORD>(E_FAIL), RunServer(arguments)) << "arguments: " << arguments;
+    ASSERT_EQ(0u, FindProcess("VnLinkhost.exe"));
+    const DWORD start = GetTickCount();
+    EXPECT_EQ(0u, RunServer("-k"));
+    EXPECT_LT(GetTickCount() - start, 8000u) << "with nothing to end it does not wait";
+}
+
+const std::string kPluginKey = "CLSID\\{9A1C0E55-2B7D-4C1E-9F3A-5D6E7F801234}";  // CLSID_VnTestPlugin
+
+void SetSinkAnswer(DWORD answer)
+{
+    RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "SinkAnswer", REG_DWORD, &answer, sizeof answer);
+}
+
+// With the test plug-in (tests/doubles/test_plugin) in the plug-in category,
+// and no server left behind by a test.
+class Server : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        ASSERT_EQ(0u, RunServer("/RegServer"));
+        const std::string dll = BinDir() + "\\vn_test_plugin.dll", server = kPluginKey + "\\InprocServer32",
+                          category = kPluginKey + "\\Implemented Categories\\" + kCatId;
+        RegSetKeyValueA(HKEY_CLASSES_ROOT, server.c_str(), nullptr, REG_SZ, dll.c_str(), DWORD(dll.size() + 1));
+        RegSetKeyValueA(HKEY_CLASSES_ROOT, server.c_str(), "ThreadingModel", REG_SZ, "Both", 5);
+        RegSetKeyValueA(HKEY_CLASSES_ROOT, category.c_str(), nullptr, REG_SZ, "", 1);
+        SetSinkAnswer(0);
+    }
+    static void TearDownTestSuite()
+    {
+        RegDeleteTreeA(HKEY_CLASSES_ROOT, kPluginKey.c_str());
+        for (const char* value : {"SinkAnswer", "Events"})
+            RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, value);
+    }
+    void TearDown() override { EndServer(); }
+};
+
+TEST_F(Server, ServesAllItsClientsWithItsPluginsLingersAndEndsWithItsLastClientAfterCheckShutdown)
+{
+    RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Events");
+    const size_t log = LogSize();
+    // Started by this client first: two cold activations at once may each start a process.
+    auto host = CreateRoot();
+    ASSERT_TRUE(host);
+    TServerProcess server;
+    const std::string lines = LogSince(log);
+    EXPECT_NE(std::string::npos, lines.find("Plugins found: \r\n")) << lines;
+    EXPECT_NE(std::string::npos, lines.find("[TestPlugin]  initialised")) << lines;
+    EXPECT_NE(std::string::npos, lines.find("  Testerweiterung               \t7.1")) << lines;
+    vfc::TComPtr<IUnknown> extension;
+    EXPECT_EQ(S_OK, host->GetExtensionInterface(&IID_VnTestExtension, extension.put()));
+    EXPECT_TRUE(extension);
+    vfc::TComPtr<IClassFactory> factory;
+    ASSERT_EQ(S_OK, CoGetClassObject(CLSID_VnLinkhostObject, CLSCTX_LOCAL_SERVER, nullptr, IID_IClassFactory,
+                                     factory.put_void()));
+    EXPECT_EQ(CLASS_E_NOAGGREGATION, factory->CreateInstance(host.get(), IID_IUnknown, extension.put_void()));
+    factory.reset();
+
+    // Clients of other processes share the root object.
+    const std::string client = Quoted(BinDir() + "\\version_client.exe");
+    TChild first(client), second(client);
+    EXPECT_EQ(0u, first.Wait(30000));
+    EXPECT_EQ(0u, second.Wait(30000));
+    EXPECT_EQ(1, CountLogLinesSince(log, "VnLinkhost version 01.00.00.0001 starting up"));
+    EXPECT_EQ("<missing>", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
+    host.reset();
+    EXPECT_FALSE(server.WaitGone(1500)) << "the idle time-out is two minutes";
+    // The plug-in's sink agreed, and heard plain 2 with a parameter of 1 once, from the last release.
+    EXPECT_EQ("2:1;", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
+
+    // A late-bound client finds it by its ProgID and gets a new root object in the same process.
+    std::string output;
+    EXPECT_EQ(0u, RunCapture("cscript.exe //nologo " + Quoted(BinDir() + "\\version.vbs"), output)) << output;
+    EXPECT_NE(std::string::npos, output.find("VnLinkhost version 01.00.00.0001")) << output;
+    EXPECT_EQ(server.pid(), FindProcess("VnLinkhost.exe"));
+    EXPECT_EQ(2, CountLogLinesSince(log, "starting up"));
+
+    host = CreateRoot();
+    ASSERT_TRUE(host);
+    VARIANT_BOOL inUse = VARIANT_FALSE;
+    ASSERT_EQ(S_OK, host->CheckShutdown(&inUse));
+    EXPECT_EQ(VARIANT_TRUE, inUse);
+    EXPECT_FALSE(server.WaitGone(1000)) << "a client still holds it";
+    host.reset();
+    EXPECT_TRUE(server.WaitGone(5000));
+    EXPECT_EQ(0u, server.ExitCode());
+}
+
+TEST_F(Server, SavedSettingsAreReadByTheNextServerProcessAndUnsavedOnesAreLost)
+{
+    const vn_config_test::TConfigFilesGuard emptied;
+    const std::string primary = vn_config_test::PrimaryFile();
+    const std::pair<const wchar_t*, const wchar_t*> saved[] = {
+        {L"proxy/useSystemProxy", L"false"}, {L"proxy/mode", L"2"},
+        {L"proxy/address", L"restart.example"}, {L"proxy/port", L"3129"},
+        {L"dialup/mode", L"0"}, {L"dialup/dialConnectionName", L"B\u00FCro"},
+        {L"proxy/skipHeadAuth", L"true"},
+    };
+    auto host = CreateRoot();
+    ASSERT_TRUE(host);
+    auto set = [&host](const wchar_t* name, const wchar_t* text) {
+        vfc::TBstr key(name), value(text);
+        return host->SetConfigurationValue(key.get(), value.get());
+    };
+    for (const auto& key : saved)
+        ASSERT_EQ(S_OK, set(key.first, key.second)) << vfc::Narrow(key.first);
+    EXPECT_EQ("", ReadWholeFile(primary)) << "only a save makes the file";
+    ASSERT_EQ(S_OK, host->SaveConfiguration());
+    ASSERT_EQ(S_OK, set(L"proxy/exclude", L"unsaved.example"));
+    const std::string bytes = ReadWholeFile(primary);
+    EXPECT_NE(std::string::npos, bytes.find("\t\t<Address>restart.example</Address>\r\n")) << bytes;
+    ASSERT_TRUE(ShutDownServer(host));
+    EXPECT_EQ(bytes, ReadWholeFile(primary)) << "the server's end saves nothing";
+
+    host = CreateRoot();
+    ASSERT_TRUE(host);
+    auto get = [&host](const wchar_t* name) {
+        vfc::TBstr key(name), value;
+        EXPECT_EQ(S_OK, host->GetConfigurationValue(key.get(), value.put())) << vfc::Narrow(name);
+        return value.str();
+    };
+    for (const auto& key : saved)
+        EXPECT_EQ(key.second, get(key.first)) << vfc::Narrow(key.first);
+    EXPECT_EQ(L"localhost", get(L"proxy/exclude"));
+    EXPECT_EQ(L"true", get(L"dialup/useSystemConnection"));
+    // The next process's record is the file, line for line, with bare line feeds.
+    std::string withoutCr = bytes;
+    withoutCr.erase(std::remove(withoutCr.begin(), withoutCr.end(), '\r'), withoutCr.end());
+    EXPECT_EQ(vfc::Widen(withoutCr), get(L"_xmlconfig"));
+    EXPECT_TRUE(ShutDownServer(host));
+}
+
+TEST_F(Server, SecondServerGivesUpAfterTenSecondsOrTakesOverWhenTheFirstGoes)
+{
+    // The instance mutex of a serving process, held here in its place.
+    vfc::THandle mutex(CreateMutexA(nullptr, TRUE, "Velorin.VnLinkhost.InstanceMutex"));
+    ASSERT_EQ(ERROR_SUCCESS, GetLastError()) << "another server is running";
+    const DWORD start = GetTickCount();
+    EXPECT_EQ(static_cast<DWORD>(E_FAIL), RunServer("-e", 30000));
+    EXPECT_GE(GetTickCount() - start, 9500u);
+
+    TChild second(Quoted(ServerExe()) + " -Embedding");
+    ASSERT_TRUE(second.started());
+    EXPECT_EQ(static_cast<DWORD>(STILL_ACTIVE), second.Wait(1000)) << "it must wait for the mutex";
+    ReleaseMutex(mutex.get());
+    mutex.reset();
+    Sleep(1000);  // time to register its class object
+    // Now it serves: a client reaches that very process.
+    auto host = CreateRoot();
+    ASSERT_TRUE(host);
+    EXPECT_EQ(second.pid(), FindProcess("VnLinkhost.exe"));
+    EXPECT_TRUE(ShutDownServer(host));
+    EXPECT_EQ(0u, second.Wait(5000));
+}
+
+const char* const kService = "Velorin Linkhost";
+
+// Installed as a service by -s; back to a plain local server at the end.
+class Service : public Server {
+protected:
+    static void TearDownTestSuite()
+    {
+        RunServer("/RegServer");
+        Server::TearDownTestSuite();
+    }
+    // Sends `control` to the service, if any, and gives the state it is in then; 0 when a call failed.
+    static DWORD State(DWORD control = 0)
+    {
+        vfc::TServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+        vfc::TServiceHandle service(manager ? OpenServiceA(manager.get(), kService, SERVICE_ALL_ACCESS) : nullptr);
+        SERVICE_STATUS status = {};
+        const BOOL ok =
+            control ? ControlService(service.get(), control, &status) : QueryServiceStatus(service.get(), &status);
+        return ok ? status.dwCurrentState : 0;
+    }
+    // Installs and starts the service, and connects a client to it.
+    static vfc::TComPtr<IVnLinkhost> StartAndConnect()
+    {
+        EXPECT_EQ(0u, RunServer("-s"));
+        EXPECT_EQ(0u, RunAndWait(std::string("net.exe start \"") + kService + "\""));
+        EXPECT_TRUE(WaitUntil([] { return State() == SERVICE_RUNNING; }, 10000));
+        return CreateRoot();
+    }
+};
+
+TEST_F(Service, InstallWritesLocalServiceAndTheEmbeddingCommandLineAndRegisterOrUnregisterUndoIt)
+{
+    ASSERT_EQ(0u, RunServer("-s"));
+    EXPECT_EQ(kService, RegText(HKEY_CLASSES_ROOT, "AppID\\" + kAppId, "LocalService"));
+    char buffer[8192];
+    auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGA*>(buffer);
+    DWORD needed = 0;
+    vfc::TServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    vfc::TServiceHandle service(OpenServiceA(manager.get(), kService, SERVICE_QUERY_CONFIG));
+    ASSERT_TRUE(QueryServiceConfigA(service.get(), config, sizeof buffer, &needed));
+    EXPECT_EQ(Quoted(ServerExe()) + "  -e", config->lpBinaryPathName);
+    EXPECT_EQ(static_cast<DWORD>(SERVICE_STOPPED), State()) << "installing starts nothing";
+    service.reset();
+
+    ASSERT_EQ(0u, RunServer("-r"));
+    EXPECT_EQ(0u, State()) << "the service is gone";
+    EXPECT_EQ("<missing>", RegText(HKEY_CLASSES_ROOT, "AppID\\" + kAppId, "LocalService"));
+    ASSERT_EQ(0u, RunServer("-s"));
+    ASSERT_EQ(0u, RunServer("-u"));
+    EXPECT_EQ(0u, State()) << "the service is gone";
+}
+
+TEST_F(Service, ServesOutlivesItsClientsAndEndsOnAStopThatTheSinksAgreeTo)
+{
+    auto host = StartAndConnect();
+    ASSERT_TRUE(host);
+    vfc::TVariant query(L"Version"), version;
+    ASSERT_EQ(S_OK, host->GetInfo(*query, version.get()));
+    EXPECT_STREQ(L"01.00.00.0001", version->bstrVal);
+    VARIANT_BOOL inUse;
+    host->CheckShutdown(&inUse);  // no effect on a service
+    host.reset();
+    TServerProcess server;
+    EXPECT_FALSE(server.WaitGone(1500)) << "only a stop request ends a service";
+    EXPECT_EQ(static_cast<DWORD>(SERVICE_RUNNING), State());
+
+    host = CreateRoot();  // a live root object, whose sinks are asked
+    ASSERT_TRUE(host);
+    EXPECT_EQ(server.pid(), FindProcess("VnLinkhost.exe"));
+    ASSERT_NE(0u, State(SERVICE_CONTROL_STOP));
+    EXPECT_TRUE(server.WaitGone(5000));
+    EXPECT_TRUE(WaitUntil([] { return State() == SERVICE_STOPPED; }, 5000));
+    host.detach();  // its server is gone
+}
+
+// Ends with a process terminated from outside, which leaves a stale class
+// registration behind: keep it last.
+TEST_F(Service, VetoingSinkHoldsAStopAndKillTerminatesTheServerAfterTenSeconds)
+{
+    SetSinkAnswer(static_cast<DWORD>(Veto));
+    auto host = StartAndConnect();
+    ASSERT_TRUE(host);
+    TServerProcess server;
+    ASSERT_NE(0u, State(SERVICE_CONTROL_STOP));
+    EXPECT_FALSE(server.WaitGone(2000)) << "the veto keeps the service";
+    EXPECT_EQ(static_cast<DWORD>(SERVICE_STOP_PENDING), State());
+    EXPECT_EQ(0u, State(SERVICE_CONTROL_STOP)) << "a second stop is refused while one is pending";
+
+    // --kill asks the server to end, but a client still holds it.
+    const size_t log = LogSize();
+    const DWORD start = GetTickCount();
+    EXPECT_EQ(0u, RunServer("--kill", 30000));
+    EXPECT_GE(GetTickCount() - start, 10000u);
+    EXPECT_EQ(1, CountLogLinesSince(log, "CVnLinkhostObject::CheckShutdown executing")) << LogSince(log);
+    EXPECT_TRUE(server.WaitGone(2000));
+    vfc::TVariant query(L"Version"), version;
+    EXPECT_NE(S_OK, host->GetInfo(*query, version.get())) << "our reference now points at nothing";
+    host.detach();  // its proxy is dead; releasing it would only wait for RPC
+}
+
+}  // namespace
