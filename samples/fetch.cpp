@@ -1,7 +1,10 @@
 // Fetches a URL through VnLinkhost and prints the status, the response
 // headers and the body, the way an application would use the component.
 //
-//   fetch URL [METHOD] [--body TEXT] [--interactive]
+//   fetch URL [METHOD] [--body TEXT] [--interactive] [--count]
+//
+// --count reads the body to its end but prints only the number of its bytes,
+// for bodies too large or too binary to print.
 //
 // The component works out alone how this machine reaches the internet (proxy,
 // dial-up); the client only names its process and window. The exit code is
@@ -73,11 +76,14 @@ void PrintHeaders(IVnWebResult* result)
     headers->Release();
 }
 
-void PrintBody(IVnWebResult* result)
+// Reads the body to its end, writing it to stdout unless `countOnly`, and
+// gives the number of bytes read.
+unsigned long long ReadBody(IVnWebResult* result, bool countOnly)
 {
+    unsigned long long total = 0;
     IVnStream* stream = nullptr;
     if (FAILED(result->get_DataStream(&stream)) || !stream)
-        return;
+        return total;
     for (;;) {
         SAFEARRAY* data = nullptr;
         HRESULT hr = stream->Read(65536, &data);
@@ -90,14 +96,16 @@ void PrintBody(IVnWebResult* result)
         SafeArrayGetUBound(data, 1, &upper);
         void* raw = nullptr;
         SafeArrayAccessData(data, &raw);
-        if (upper >= 0)
+        if (upper >= 0 && !countOnly)
             std::fwrite(raw, 1, static_cast<size_t>(upper) + 1, stdout);
         SafeArrayUnaccessData(data);
         SafeArrayDestroy(data);
         if (upper < 0)
             break;
+        total += static_cast<unsigned long long>(upper) + 1;
     }
     stream->Release();
+    return total;
 }
 
 }  // namespace
@@ -105,18 +113,21 @@ void PrintBody(IVnWebResult* result)
 int main(int argc, char** argv)
 {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: fetch URL [METHOD] [--body TEXT] [--interactive]\n");
+        std::fprintf(stderr, "usage: fetch URL [METHOD] [--body TEXT] [--interactive] [--count]\n");
         return 2;
     }
     const char* url = argv[1];
     const char* method = "GET";
     const char* body = nullptr;
     LONG flags = 0;
+    bool countOnly = false;
     for (int i = 2; i < argc; ++i) {
         if (std::strcmp(argv[i], "--body") == 0 && i + 1 < argc)
             body = argv[++i];
         else if (std::strcmp(argv[i], "--interactive") == 0)
             flags = 1;
+        else if (std::strcmp(argv[i], "--count") == 0)
+            countOnly = true;
         else
             method = argv[i];
     }
@@ -147,7 +158,11 @@ int main(int argc, char** argv)
         std::printf("Status: %ld\n", static_cast<long>(code));
         PrintHeaders(result);
         std::printf("\n");
-        PrintBody(result);
+        // The head is out before a long body starts.
+        std::fflush(stdout);
+        const unsigned long long bytes = ReadBody(result, countOnly);
+        if (countOnly)
+            std::printf("%llu body bytes\n", bytes);
         std::fflush(stdout);
     } else {
         Fail("Request", hr);

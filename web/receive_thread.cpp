@@ -61,8 +61,8 @@ DWORD WINAPI ReadBodyThreadProc(LPVOID param)
         block->pStream->SetDone(true);
         LogLine(vn_log::kErrorDec, "CVnWebResult::ReadBodyThreadProc", "CVnWITransceiver::ReceiveDataAsync failed.",
                 static_cast<int>(code));
-        if (code == WAIT_TIMEOUT)
-            transceiver->CloseAllInternetHandles();
+        if (code == WAIT_TIMEOUT)  // closing may read the rest of a body: not on this thread
+            transceiver->AbandonInternetHandles();
         return static_cast<DWORD>(code);
     }
     block->pStream->SetDone(true);

@@ -17,6 +17,30 @@ bool StartsWith(const std::string& text, const char* prefix) { return text.compa
 
 DWORD_PTR ContextOf(CVnAsyncRecord* record) { return reinterpret_cast<DWORD_PTR>(record); }
 
+// The time-outs Windows gives every internet handle, stated on each of ours:
+// Wine has none, and a silent server would hold the request for ever. Values
+// an administrator put under Internet Settings win, as they do on Windows.
+void SetPlatformTimeouts(HINTERNET handle)
+{
+    static const struct {
+        DWORD option;
+        const char* value;
+        DWORD defaultMs;
+    } kTimeouts[] = {
+        {INTERNET_OPTION_CONNECT_TIMEOUT, "ConnectTimeout", 60000},
+        {INTERNET_OPTION_SEND_TIMEOUT, "SendTimeout", 30000},
+        {INTERNET_OPTION_RECEIVE_TIMEOUT, "ReceiveTimeout", 30000},
+    };
+    for (const auto& timeout : kTimeouts) {
+        DWORD ms = 0, size = sizeof ms;
+        if (::RegGetValueA(HKEY_CURRENT_USER, "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings",
+                           timeout.value, RRF_RT_REG_DWORD, nullptr, &ms, &size) != ERROR_SUCCESS || ms == 0)
+            ms = timeout.defaultMs;
+        if (!::InternetSetOptionA(handle, timeout.option, &ms, sizeof ms))
+            LogLine(vn_log::kErrorDec, kInitConnection, "InternetSetOption failed", static_cast<int>(::GetLastError()));
+    }
+}
+
 // Handles that a thread gave up, closed on a pool thread with the record
 // they were created with.
 struct CloseJob {
@@ -168,6 +192,7 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
                     static_cast<int>(::GetLastError()));
             return -1;
         }
+        SetPlatformTimeouts(m_hInternet);
         m_bProxyChanged = false;
     } else if (m_bProxyChanged) {
         INTERNET_PROXY_INFO info = {INTERNET_OPEN_TYPE_PROXY, proxy, bypass};
@@ -210,6 +235,7 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
                                               nullptr, flags, ContextOf(record));
         if (handle) {
             m_hRequest = handle;
+            SetPlatformTimeouts(m_hRequest);
             break;
         }
         LONG code = _processRetryError(kInitConnection, "Can't open request (HttpOpenRequest)");

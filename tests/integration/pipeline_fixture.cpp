@@ -77,8 +77,9 @@ void Pipeline::SetUpTestSuite()
 {
     ASSERT_FALSE(ReadyLine("VN_ORIGIN").empty()) << "run under scripts/with-servers";
     ASSERT_EQ(0u, RunServer("/RegServer"));
-    s_root = CreateRoot();
-    ASSERT_TRUE(s_root);
+    HRESULT hr = E_FAIL;
+    s_root = CreateRoot(&hr);
+    ASSERT_TRUE(s_root) << std::hex << hr;
 }
 
 void Pipeline::TearDownTestSuite()
