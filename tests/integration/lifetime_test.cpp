@@ -429,23 +429,13 @@ TEST_F(Lifetime, SixteenClientsInALoopLeaveTheServerAsTheyFoundIt)
 // the server still serves, and at the end it holds what it held after the
 // first. Registered at start-up, these run after every other test of the
 // program, since a server that crashes here leaves a stale registration.
-class ClientDeath : public Lifetime, public testing::WithParamInterface<Moment> {
-protected:
-    // The platform's receive time-out, shortened through the value an
-    // administrator would set, ends what a closed handle still waits for.
-    void SetUp() override
-    {
-        Lifetime::SetUp();
-        const DWORD ms = 5000;
-        RegSetKeyValueA(HKEY_CURRENT_USER, kInternetSettings, "ReceiveTimeout", REG_DWORD, &ms, sizeof ms);
-    }
-    void TearDown() override { RegDeleteKeyValueA(HKEY_CURRENT_USER, kInternetSettings, "ReceiveTimeout"); }
-    static constexpr const char* kInternetSettings = "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
-};
+class ClientDeath : public Lifetime, public testing::WithParamInterface<Moment> {};
 
 TEST_P(ClientDeath, FiftyKilledClientsLeaveNoThreadsHandlesOrSockets)
 {
-    // The origin never gives up a silent or stalled answer by itself.
+    // The origin never gives up a silent or stalled answer by itself: the
+    // platform's receive time-out ends what a closed handle still waits for.
+    const TReceiveTimeout shortened(5000);
     const TServerProcess server;
     const int before = OriginSockets();
     TCounts baseline = {};

@@ -23,6 +23,17 @@ std::string ReadAll(IVnStream* stream, HRESULT* status = nullptr);
 // Lower-case hex SHA-256 of the bytes.
 std::string Sha256(const std::string& bytes);
 
+// The platform's receive time-out, shortened for a test through the value an
+// administrator would set under Internet Settings; read by each new session.
+struct TReceiveTimeout {
+    explicit TReceiveTimeout(DWORD ms)
+    {
+        RegSetKeyValueA(HKEY_CURRENT_USER, kKey, "ReceiveTimeout", REG_DWORD, &ms, sizeof ms);
+    }
+    ~TReceiveTimeout() { RegDeleteKeyValueA(HKEY_CURRENT_USER, kKey, "ReceiveTimeout"); }
+    static constexpr const char* kKey = "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
+};
+
 class Pipeline : public testing::Test {
 protected:
     static void SetUpTestSuite();
