@@ -89,6 +89,12 @@ STDMETHODIMP CVnWebRequest::Execute(IVnWebResult** result)
         LogLine(vn_log::kErrorDec, kExecuteError, "CVnWebRequest::ReceiveHeadersExecute failed.", static_cast<int>(code));
         return _ErrorToHRESULT(code);
     }
+    if (raw.compare(0, 5, "HTTP/") != 0) {
+        // Wine takes a connection that closed without an answer for "200 OK".
+        LogLine(vn_log::kError, kExecuteError, "Response without status line");
+        Transceiver()->CloseAllInternetHandles();
+        return VN_E_CONNECTION_LOST;
+    }
     m_spResult->SetRawHeaders(raw);
     TraceLine(vn_log::kInfo, kExecuteInfo, "Before Recive Header");
 

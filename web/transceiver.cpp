@@ -20,7 +20,7 @@ DWORD_PTR ContextOf(CVnAsyncRecord* record) { return reinterpret_cast<DWORD_PTR>
 // The time-outs Windows gives every internet handle, stated on each of ours:
 // Wine has none, and a silent server would hold the request for ever. Values
 // an administrator put under Internet Settings win, as they do on Windows.
-void SetPlatformTimeouts(HINTERNET handle)
+DWORD SetPlatformTimeouts(HINTERNET handle)
 {
     static const struct {
         DWORD option;
@@ -31,6 +31,7 @@ void SetPlatformTimeouts(HINTERNET handle)
         {INTERNET_OPTION_SEND_TIMEOUT, "SendTimeout", 30000},
         {INTERNET_OPTION_RECEIVE_TIMEOUT, "ReceiveTimeout", 30000},
     };
+    DWORD receiveMs = 0;
     for (const auto& timeout : kTimeouts) {
         DWORD ms = 0, size = sizeof ms;
         if (::RegGetValueA(HKEY_CURRENT_USER, "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings",
@@ -38,7 +39,9 @@ void SetPlatformTimeouts(HINTERNET handle)
             ms = timeout.defaultMs;
         if (!::InternetSetOptionA(handle, timeout.option, &ms, sizeof ms))
             LogLine(vn_log::kErrorDec, kInitConnection, "InternetSetOption failed", static_cast<int>(::GetLastError()));
+        receiveMs = ms;  // the last row
     }
+    return receiveMs;
 }
 
 // Handles that a thread gave up, closed on a pool thread with the record
@@ -137,6 +140,7 @@ CVnAsyncRecord* CVnLinkhostWITransceiver::_beginOperation(State state, int event
     context.hEvent = record->hEvents[event].get();
     context.dwError = 0;
     ::ResetEvent(context.hEvent);
+    m_dwOperationStart = ::GetTickCount();
     return record;
 }
 
@@ -192,7 +196,7 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
                     static_cast<int>(::GetLastError()));
             return -1;
         }
-        SetPlatformTimeouts(m_hInternet);
+        m_dwReceiveTimeout = SetPlatformTimeouts(m_hInternet);
         m_bProxyChanged = false;
     } else if (m_bProxyChanged) {
         INTERNET_PROXY_INFO info = {INTERNET_OPEN_TYPE_PROXY, proxy, bypass};
@@ -430,6 +434,9 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
                 return code;
             break;
         }
+        // A chunked body cut off before its last chunk ends here like a whole
+        // one: Wine's read gives 0 bytes and success, and so do a second read
+        // and a query of the bytes available; only a Content-Length tells.
         read = record->cbTransferred;
         memcpy(buffer, record->buffer.data(), read);
         LONG result = m_lpfnReceiveDataCallback(buffer, cbBuffer, read, param);
@@ -520,7 +527,7 @@ LONG CVnLinkhostWITransceiver::_processRetryError(const char* method, const char
         ::ResetEvent(event);
         // Another thread took the session away; the call may still complete
         // into the record, which outlives it.
-        code = wait == WAIT_OBJECT_0 + 2 ? ERROR_INTERNET_OPERATION_CANCELLED : record->context.dwError;
+        code = wait == WAIT_OBJECT_0 + 2 ? ERROR_INTERNET_OPERATION_CANCELLED : _timeoutOrAbort(record->context.dwError);
         if (code == ERROR_INTERNET_FORCE_RETRY)
             return ERROR_INTERNET_FORCE_RETRY;
         if (code != 0)
@@ -531,6 +538,20 @@ LONG CVnLinkhostWITransceiver::_processRetryError(const char* method, const char
         return ERROR_INTERNET_FORCE_RETRY;
     LogLine(vn_log::kErrorDec, method, message, static_cast<int>(code));
     return CVnHttpsHandler::HandleError(code, m_hRequest, m_hWnd, m_bInteractive);
+}
+
+DWORD CVnLinkhostWITransceiver::_timeoutOrAbort(DWORD code) const
+{
+    if (code == ERROR_INTERNET_CONNECTION_ABORTED && m_dwReceiveTimeout &&
+        ::GetTickCount() - m_dwOperationStart >= m_dwReceiveTimeout)
+        return ERROR_INTERNET_TIMEOUT;
+    return code;
+}
+
+bool CVnLinkhostWITransceiver::_hasStatusLine()
+{
+    std::string head;
+    return ReceiveHeadersSync(head, HTTP_QUERY_RAW_HEADERS_CRLF) == 0 && StartsWith(head, "HTTP/");
 }
 
 void CVnLinkhostWITransceiver::_readChallenge(HINTERNET hRequest)

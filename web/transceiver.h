@@ -101,6 +101,12 @@ private:
     // Reads the status of the response to a pending send and the challenge
     // scheme of a 401 or 407; runs on the platform's callback thread.
     void _readChallenge(HINTERNET hRequest);
+    // Wine ends a wait that ran into the receive time-out as an abort; what
+    // Windows reports in that case is the time-out itself.
+    DWORD _timeoutOrAbort(DWORD code) const;
+    // False when the response has no status line: Wine reads a connection
+    // that closed without an answer as "200 OK" with no header at all.
+    bool _hasStatusLine();
 
     static void CALLBACK StatusCallback(HINTERNET hInternet, DWORD_PTR context, DWORD status, LPVOID info,
                                         DWORD length);
@@ -117,6 +123,8 @@ private:
     CVnAsyncRecord* m_pRecord = nullptr;
     vfc::TCriticalSection m_csRecord;
     VnProcessMonitor m_monitor;
+    DWORD m_dwReceiveTimeout = 0;   // of the current session, in ms
+    DWORD m_dwOperationStart = 0;   // GetTickCount at the last _beginOperation
     ReceiveDataCallback m_lpfnReceiveDataCallback = nullptr;
     bool m_bProxyChanged = true;
     bool m_bBypassLocal = false;

@@ -83,6 +83,11 @@ LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, co
             LogLine(vn_log::kErrorDec, kAuthMethod, "HttpQueryInfo(HTTP_QUERY_STATUS_CODE) failed", static_cast<int>(code));
             break;
         }
+        if (!_hasStatusLine()) {
+            code = ERROR_INTERNET_CONNECTION_ABORTED;
+            LogLine(vn_log::kErrorDec, kAuthMethod, "Response without status line", static_cast<int>(code));
+            break;
+        }
         if (bFirstPass && status != HTTP_STATUS_PROXY_AUTH_REQ)
             iAuthResult = 0;
 
