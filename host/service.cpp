@@ -45,8 +45,8 @@ HRESULT CVnLinkhostModule::StartHost(int showMode)
     if (rc == ERROR_SUCCESS)
         rc = ::RegOpenKeyExA(appIds.get(), kAppId, 0, KEY_READ, appId.put());
     if (rc != ERROR_SUCCESS) {
-        m_status.dwWin32ExitCode = static_cast<DWORD>(rc);
-        return HRESULT_FROM_WIN32(rc);
+        m_status.dwWin32ExitCode = static_cast<DWORD>(rc);  // the platform's own code, as the service reports it
+        return static_cast<HRESULT>(rc);
     }
     char localService[MAX_PATH] = {};
     DWORD size = sizeof localService;

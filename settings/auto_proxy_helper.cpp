@@ -192,10 +192,9 @@ HRESULT CVnAutoProxyHelper::URLDownloadToFileEx(const std::string& url, const st
     HRESULT hr = S_OK;
     if (!bAutoProxyFileCached || bForce) {
         std::vector<char> body;
+        // A failed download still ends in the line below, unless forced.
         hr = Download(url, monitor, body);
-        if (hr != S_OK)
-            return hr;
-        if (!body.empty()) {
+        if (hr == S_OK && !body.empty()) {
             std::ofstream out(working, std::ios::out | std::ios::trunc);
             if (out) {
                 out.write(body.data(), static_cast<std::streamsize>(body.size()));

@@ -60,6 +60,7 @@ TEST(Registration, RegServerWritesTheServerAndUnregisterRemovesAllButTheCategory
     HRESULT hr = S_OK;
     EXPECT_FALSE(CreateRoot(&hr));
     EXPECT_EQ(REGDB_E_CLASSNOTREG, hr);
+    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), RunServer("-e")) << "serving needs the AppID key";
     EXPECT_EQ(0u, RunServer("-u")) << "unregistering twice is no error";
     EXPECT_EQ(0u, RunServer("-r")) << "the box that reports it fails at once without a display";
     EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, "CLSID\\" + kClsid));
