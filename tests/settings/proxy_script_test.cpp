@@ -1,0 +1,99 @@
+// What the proxy-script path makes of a script's answer and of a URL, and
+// what the script engine's host functions answer.
+#include <gtest/gtest.h>
+
+#include "settings/auto_proxy_helper.h"
+#include "settings/proxy_config_helper.h"
+
+namespace {
+
+TEST(ProxyScriptParts, AnswerLosesItsFirstProxyWordOnlyAndDirectOrNothingElseSaySo)
+{
+    const struct {
+        const char* answer;
+        HRESULT status;
+        const char* proxy;
+    } cases[] = {
+        {"PROXY a:8080", S_OK, "a:8080"},
+        {"PROXY a:8080; DIRECT", S_OK, "a:8080; DIRECT"},
+        {"PROXY a:1; PROXY b:2", S_OK, "a:1; PROXY b:2"},
+        {"  PROXY \ta:1 \r\n", S_OK, "a:1"},
+        {"DIRECT; PROXY a:1", S_OK, "DIRECT; a:1"},
+        {"DIRECT", S_FALSE, ""},
+        {"SOCKS s:1", static_cast<HRESULT>(0x8004020D), ""},
+        {"proxy a:1", static_cast<HRESULT>(0x8004020D), ""},
+    };
+    for (const auto& c : cases) {
+        std::string proxy = "old";
+        EXPECT_EQ(c.status, CVnProxyConfigHelper::GetProxyFromString(c.answer, proxy)) << c.answer;
+        EXPECT_EQ(c.proxy, proxy) << c.answer;
+    }
+}
+
+TEST(ProxyScriptParts, UrlsSplitIntoHostPathWithQueryPortAndScheme)
+{
+    const struct {
+        const char* url;
+        HRESULT status;
+        const char *host, *path;
+        INTERNET_PORT port;
+        INTERNET_SCHEME scheme;
+    } cases[] = {
+        {"http://h.example:8080/p/q?x=1&y", S_OK, "h.example", "/p/q?x=1&y", 8080, INTERNET_SCHEME_HTTP},
+        {"https://h.example/", S_OK, "h.example", "/", 443, INTERNET_SCHEME_HTTPS},
+        {"http://h.example", S_OK, "h.example", "", 80, INTERNET_SCHEME_HTTP},
+        {"ftp://h.example/f", static_cast<HRESULT>(0x80040205), nullptr, nullptr, 0, INTERNET_SCHEME_HTTP},
+        {"not a url", static_cast<HRESULT>(0x80040205), nullptr, nullptr, 0, INTERNET_SCHEME_HTTP},
+    };
+    for (const auto& c : cases) {
+        std::string host, path;
+        INTERNET_PORT port = 0;
+        INTERNET_SCHEME scheme = INTERNET_SCHEME_UNKNOWN;
+        ASSERT_EQ(c.status, CVnProxyConfigHelper::GetUrlParts(c.url, host, path, port, scheme)) << c.url;
+        if (c.status != S_OK)
+            continue;
+        EXPECT_EQ(c.host, host) << c.url;
+        EXPECT_EQ(c.path, path) << c.url;
+        EXPECT_EQ(c.port, port) << c.url;
+        EXPECT_EQ(c.scheme, scheme) << c.url;
+    }
+    std::string host;
+    EXPECT_EQ(S_OK, CVnProxyConfigHelper::GetHostByUrl("h.example:81/x", host));
+    EXPECT_EQ("h.example", host) << "a URL without a scheme is taken as HTTP";
+}
+
+// The table the platform's script engine calls, in its own layout.
+struct HostFunctions {
+    BOOL(WINAPI* isResolvable)(LPSTR);
+    DWORD(WINAPI* getIPAddress)(LPSTR, LPDWORD);
+    DWORD(WINAPI* resolveHostName)(LPSTR, LPSTR, LPDWORD);
+    BOOL(WINAPI* isInNet)(LPSTR, LPSTR, LPSTR);
+};
+
+TEST(ProxyScriptParts, EngineHostFunctionsResolveNamesAndTestNets)
+{
+    const HostFunctions& f = **reinterpret_cast<const HostFunctions* const*>(ScriptHostFunctions());
+    char text[64], address[64] = "127.0.0.1", localhost[] = "localhost", missing[] = "no-such-host.invalid";
+    DWORD size = sizeof text;
+    EXPECT_EQ(0u, f.resolveHostName(address, text, &size));
+    EXPECT_STREQ("127.0.0.1", text);
+    size = 3;
+    EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER), f.resolveHostName(address, text, &size));
+    EXPECT_EQ(10u, size) << "the length the address needs";
+    size = sizeof text;
+    EXPECT_EQ(0u, f.resolveHostName(localhost, text, &size));
+    EXPECT_STREQ("127.0.0.1", text);
+    size = sizeof text;
+    EXPECT_EQ(static_cast<DWORD>(ERROR_INTERNET_NAME_NOT_RESOLVED), f.resolveHostName(missing, text, &size));
+    EXPECT_TRUE(f.isResolvable(localhost));
+    EXPECT_FALSE(f.isResolvable(missing));
+    size = sizeof text;
+    EXPECT_EQ(0u, f.getIPAddress(text, &size));
+    EXPECT_NE(INADDR_NONE, ::inet_addr(text)) << text;
+    char net[] = "10.1.0.0", mask[] = "255.255.0.0", in[] = "10.1.2.3", out[] = "10.2.2.3", bad[] = "ten";
+    EXPECT_TRUE(f.isInNet(in, net, mask));
+    EXPECT_FALSE(f.isInNet(out, net, mask));
+    EXPECT_FALSE(f.isInNet(bad, net, mask));
+}
+
+}  // namespace
