@@ -25,6 +25,20 @@ std::string Trim(const std::string& text)
 
 bool IsEmptyText(const wchar_t* text) noexcept { return !text || !*text; }
 
+// The platform's sort key of a name under the user's locale and no flags.
+// Storing compares names as VarBstrCmp does with that locale and no flags,
+// which finds two names equal exactly when these keys are equal: capitals
+// differ, but a sharp s and "ss" match. Keyed so, a name is found without
+// walking the list, and adding many headers stays linear.
+bool SortKey(const wchar_t* name, std::string& key)
+{
+    const int size = ::LCMapStringW(LOCALE_USER_DEFAULT, LCMAP_SORTKEY, name, -1, nullptr, 0);
+    if (size <= 0)
+        return false;
+    key.assign(static_cast<size_t>(size), '\0');
+    return ::LCMapStringW(LOCALE_USER_DEFAULT, LCMAP_SORTKEY, name, -1, reinterpret_cast<LPWSTR>(&key[0]), size) == size;
+}
+
 // Equal without regard to the capitals A to Z; every other character must
 // match exactly.
 bool EqualsIgnoringAsciiCase(const wchar_t* a, const wchar_t* b) noexcept
@@ -43,17 +57,15 @@ CVnHTTPHeaders::CVnHTTPHeaders() : m_pList(new (std::nothrow) THeaderList) {}
 
 CVnHTTPHeaders::~CVnHTTPHeaders() = default;
 
-LONG CVnHTTPHeaders::_findExact(const wchar_t* name) const
+bool CVnHTTPHeaders::_findExact(const wchar_t* name, std::string& key, LONG& index) const
 {
-    // The platform's comparison with the user's locale and no flags: exact
-    // as to capitals, so a name with other capitals is another name.
-    const vfc::TBstr wanted(name);
-    for (size_t i = 0; i < m_pList->names.size(); ++i) {
-        if (::VarBstrCmp(m_pList->names[i].get(), wanted.get(), LOCALE_USER_DEFAULT, 0) ==
-            static_cast<HRESULT>(VARCMP_EQ))
-            return static_cast<LONG>(i);
-    }
-    return -1;
+    index = -1;
+    if (!SortKey(name, key))
+        return false;
+    const auto found = m_pList->positions.find(key);
+    if (found != m_pList->positions.end())
+        index = static_cast<LONG>(found->second);
+    return true;
 }
 
 HRESULT CVnHTTPHeaders::AddHeader(const wchar_t* name, const wchar_t* value)
@@ -61,18 +73,27 @@ HRESULT CVnHTTPHeaders::AddHeader(const wchar_t* name, const wchar_t* value)
     if (IsEmptyText(name) || !m_pList)
         return S_FALSE;
     try {
-        const LONG index = _findExact(name);
+        THeaderList& list = *m_pList;
+        std::string key;
+        LONG index = -1;
+        if (!_findExact(name, key, index))
+            return S_FALSE;
         if (index >= 0) {
             if (IsEmptyText(value)) {
                 // Removing moves the later pairs up by one.
-                m_pList->names.erase(m_pList->names.begin() + index);
-                m_pList->values.erase(m_pList->values.begin() + index);
+                list.names.erase(list.names.begin() + index);
+                list.values.erase(list.values.begin() + index);
+                list.positions.erase(key);
+                for (auto& position : list.positions) {
+                    if (position.second > static_cast<size_t>(index))
+                        --position.second;
+                }
                 return S_OK;
             }
             vfc::TBstr replacement(value);
             if (!replacement.get())
                 return S_FALSE;
-            m_pList->values[index] = std::move(replacement);
+            list.values[index] = std::move(replacement);
             return S_OK;
         }
         if (IsEmptyText(value))
@@ -81,11 +102,18 @@ HRESULT CVnHTTPHeaders::AddHeader(const wchar_t* name, const wchar_t* value)
         vfc::TBstr newValue(value);
         if (!newName.get() || !newValue.get())
             return S_FALSE;
-        // Both arrays grow by one, or neither does.
-        m_pList->names.reserve(m_pList->names.size() + 1);
-        m_pList->values.reserve(m_pList->values.size() + 1);
-        m_pList->names.push_back(std::move(newName));
-        m_pList->values.push_back(std::move(newValue));
+        // Both arrays and the positions grow by one, or none does.
+        const size_t count = list.names.size();
+        list.names.push_back(std::move(newName));
+        try {
+            list.values.push_back(std::move(newValue));
+            list.positions.emplace(std::move(key), count);
+        } catch (const std::bad_alloc&) {
+            list.names.pop_back();
+            if (list.values.size() > count)
+                list.values.pop_back();
+            throw;
+        }
         return S_OK;
     } catch (const std::bad_alloc&) {
         return S_FALSE;
@@ -132,6 +160,7 @@ HRESULT CVnHTTPHeaders::InitHeaders(const char* raw)
     if (m_pList) {
         m_pList->names.clear();
         m_pList->values.clear();
+        m_pList->positions.clear();
     }
     if (!raw) {
         LogLine(vn_log::kError, "CVnHTTPHeaders::InitHeaders", "Headers buffer is empty.");
@@ -205,6 +234,7 @@ HRESULT CVnHTTPHeaders::CopyFrom(const CVnHTTPHeaders* other)
         std::unique_ptr<THeaderList> list(new THeaderList);
         list->names = other->m_pList->names;
         list->values = other->m_pList->values;
+        list->positions = other->m_pList->positions;
         for (size_t i = 0; i < list->names.size(); ++i) {
             if (!list->names[i].get() || !list->values[i].get())
                 return E_OUTOFMEMORY;

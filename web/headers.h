@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "vfc/bstr.h"
@@ -60,14 +61,18 @@ public:
     size_t GetCount() const noexcept { return m_pList ? m_pList->names.size() : 0; }
 
 private:
-    // The names and values side by side, with one count. Its own heap object.
+    // The names and values side by side, with one count, and the position of
+    // each name under its sort key, so that storing finds a name without
+    // walking the list. Its own heap object.
     struct THeaderList {
         std::vector<vfc::TBstr> names;
         std::vector<vfc::TBstr> values;
+        std::unordered_map<std::string, size_t> positions;
     };
 
-    // The index of the pair whose name is exactly `name`; -1 without one.
-    LONG _findExact(const wchar_t* name) const;
+    // The index of the pair whose name is exactly `name`, or -1 without one;
+    // `key` receives the name's sort key. False when no key could be made.
+    bool _findExact(const wchar_t* name, std::string& key, LONG& index) const;
 
     std::unique_ptr<THeaderList> m_pList;
     LONG m_iEnumPos = 0;

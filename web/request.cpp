@@ -2,6 +2,7 @@
 // body travels.
 #include "web/request.h"
 
+#include <algorithm>
 #include <cwchar>
 
 #include "host/log.h"
@@ -51,6 +52,25 @@ std::string Trimmed(const std::string& text)
     if (first == std::string::npos)
         return {};
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+// The text as it goes on the wire: narrowed to the ANSI code page, where the
+// platform may map a character it lacks to a near one of plain ASCII.
+std::string WireText(BSTR text) { return vfc::Narrow(text ? text : L"", ::SysStringLen(text)); }
+
+// A line end in a header's name or value would end its line on the wire and
+// start one of the client's making.
+bool HoldsLineEnd(const std::string& text) { return text.find_first_of("\r\n") != std::string::npos; }
+
+// Whether a server would read the name as "Host": the text up to the first
+// colon, without the blanks around it, in any capitals. The platform writes
+// the Host line from the URL, and a client's own would replace it.
+bool NamesHost(std::string name)
+{
+    name = Trimmed(name.substr(0, name.find(':')));
+    return name.size() == 4 && std::equal(name.begin(), name.end(), "host", [](char c, char lower) {
+               return (c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c) == lower;
+           });
 }
 
 HRESULT CopyOut(const vfc::TBstr& text, BSTR* out)
@@ -140,6 +160,15 @@ STDMETHODIMP CVnWebRequest::AddHeader(BSTR key, BSTR bstrValue)
         return VN_E_REQUEST_LOCKED;
     if (!m_spHeaders)
         return E_POINTER;
+    const std::string name = WireText(key);
+    if (HoldsLineEnd(name) || HoldsLineEnd(WireText(bstrValue))) {
+        LogLine(vn_log::kError, "CVnWebRequest::AddHeader", "Header name or value holds a line break.");
+        return E_INVALIDARG;
+    }
+    if (NamesHost(name)) {
+        LogLine(vn_log::kError, "CVnWebRequest::AddHeader", "The Host header is taken from the URL and cannot be set.");
+        return E_INVALIDARG;
+    }
     return m_spHeaders->AddHeader(key, bstrValue);
 }
 

@@ -25,18 +25,33 @@ void WriteIndent(std::ostream& stream, const std::string& indent, size_t level)
         stream << indent;
 }
 
+// A text with each of the characters that would end or open markup written as
+// its entity, which the reader turns back; any other byte as it stands.
+void WriteEscaped(std::ostream& stream, const std::string& text)
+{
+    for (char c : text) {
+        const char* entity = c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '&' ? "&amp;" : c == '"' ? "&quot;" : nullptr;
+        if (entity)
+            stream << entity;
+        else
+            stream << c;
+    }
+}
+
 // "<", the name, the attributes with a blank on each side of the equals sign,
-// ">", and the value as it stands.
+// ">", and the value.
 void WriteStartTag(std::ostream& stream, const VnNode& node)
 {
     stream << '<' << node.GetName();
     for (const auto& attribute : node.GetAttributes()) {
-        if (!attribute.first.empty())
-            stream << ' ' << attribute.first << " = \"" << attribute.second << '"';
+        if (!attribute.first.empty()) {
+            stream << ' ' << attribute.first << " = \"";
+            WriteEscaped(stream, attribute.second);
+            stream << '"';
+        }
     }
     stream << '>';
-    if (!node.GetValue().empty())
-        stream << node.GetValue();
+    WriteEscaped(stream, node.GetValue());
 }
 
 }  // namespace
@@ -75,8 +90,8 @@ void VnDocument::Load(std::istream& stream)
     // is `pending`, owned here, so that a parse failure frees it.
     auto pending = std::make_unique<VnNode>();
     VnNode* current = nullptr;
-    std::string text;
-    bool bHasText = false;
+    std::string text, run;
+    bool bHasText = false, bInRun = false;
 
     // Where a placed element goes. After the root element has ended, current
     // is null; a further top-level element, which the parser lets pass, goes
@@ -91,7 +106,19 @@ void VnDocument::Load(std::istream& stream)
     };
 
     while (parser.getEventType() != XmlPullParser::END_DOCUMENT) {
-        switch (parser.getEventType()) {
+        const int type = parser.getEventType();
+        // Each entity is an event of its own. A run of them and of text is
+        // one text, taken when the run ends, so that a value written with
+        // entities reads back whole.
+        if (bInRun && type != XmlPullParser::TEXT && type != XmlPullParser::ENTITY_REF) {
+            bInRun = false;
+            if (!run.empty()) {
+                text = FilterText(run);
+                if (!text.empty())
+                    bHasText = true;
+            }
+        }
+        switch (type) {
         case XmlPullParser::START_TAG:
             if (!parser.getName().empty()) {
                 if (!pending->GetName().empty()) {
@@ -118,11 +145,10 @@ void VnDocument::Load(std::istream& stream)
             break;
         case XmlPullParser::TEXT:
         case XmlPullParser::ENTITY_REF:
-            if (!parser.getText().empty()) {
-                text = FilterText(parser.getText());
-                if (!text.empty())
-                    bHasText = true;
-            }
+            if (!bInRun)
+                run.clear();
+            run += parser.getText();
+            bInRun = true;
             break;
         case XmlPullParser::CDSECT:
             if (!parser.getText().empty())

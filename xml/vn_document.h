@@ -1,12 +1,13 @@
 // VnDocument: reads a stream into a tree of VnNode through the pull parser, and
 // writes a tree back. It is made for the configuration file and is no full
-// document model: no mixed content, no comments, no processing instructions,
-// and no escaping on output. Its shortcuts are deliberate and the file format
-// depends on them:
+// document model: no mixed content, no comments, no processing instructions.
+// Its shortcuts are deliberate and the file format depends on them:
 //   - A value is only set on a leaf. Text beside child elements is not kept on
 //     the parent; it goes to the next leaf that has no text of its own.
-//   - Text events replace one another rather than join, so "a&amp;b" loads as
-//     the value "b", the text after the last entity.
+//   - "<", ">", "&" and '"' in values and attributes are written as entities,
+//     every other byte as it stands. A run of text and entities loads as one
+//     text, so such a value reads back whole; were the events to replace one
+//     another, only the text after the last entity would be kept.
 //   - A text that contains a line feed or a tab loads as the empty text; that is
 //     what drops the indentation between elements.
 //   - A CDATA section is stored as "CDATA: " and its text; the text of a DOCTYPE

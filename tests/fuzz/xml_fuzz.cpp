@@ -73,7 +73,7 @@ void DriveDocument(const std::string& document)
         std::istringstream back(out.str());
         try {
             VnDocument().Load(back);
-        } catch (const XmlPullParserException&) {  // the writer does no escaping
+        } catch (const XmlPullParserException&) {  // values are escaped, but a head or a name may still not read back
         }
     }
 }

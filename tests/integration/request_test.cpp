@@ -142,8 +142,12 @@ TEST_F(Requests, FailuresMapToTheSystemsStatusCodes)
         {Url("/reset?again"), static_cast<HRESULT>(0x80040203)},
         {Url("/silent?max_ms=1000"), static_cast<HRESULT>(0x80040203)},   // closed without an answer
         {Url("/silent?max_ms=20000"), static_cast<HRESULT>(0x8004020F)},  // silent past the receive time-out
+        {Url("/echo?a=1\r\nX-Injected: 1"), static_cast<HRESULT>(0x80040205)},  // one request must not become two
+        {Url("/echo\nGET /echo HTTP/1.1"), static_cast<HRESULT>(0x80040205)},
+        {"http://127.0.0.1:84936/", static_cast<HRESULT>(0x80040205)},  // not wrapped to port 19400
     };
     const TReceiveTimeout shortened(3000);
+    const size_t log = LogSize();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.url);
         auto request = Request(c.url, L"GET");
@@ -151,6 +155,9 @@ TEST_F(Requests, FailuresMapToTheSystemsStatusCodes)
         EXPECT_EQ(c.expected, Execute(request.get(), result));
         EXPECT_FALSE(result);
     }
+    const std::string method = "Error in method [CVnProxyConfigHelper::GetUrlParts]. Message: ";
+    EXPECT_EQ(2, CountLogLinesSince(log, method + "URL holds a line break."));
+    EXPECT_EQ(1, CountLogLinesSince(log, method + "Port is out of range."));
 }
 
 TEST_F(Requests, CertificateErrorsFailABackgroundRequest)
@@ -238,6 +245,33 @@ TEST_F(Requests, PreflightIsABodylessHeadWithoutRedirects)
     EXPECT_NE(std::string::npos, lines[1].find("\"method\": \"POST\"")) << lines[1];
     EXPECT_NE(std::string::npos, lines[1].find("[\"Content-Length\", \"10\"]")) << lines[1];
     EXPECT_NE(std::string::npos, lines[2].find("\"path\": \"/upload\"")) << lines[2];
+}
+
+TEST_F(Requests, HeadersThatWouldSplitTheRequestOrReplaceItsHostAreRefused)
+{
+    const std::string marker = "split-" + std::to_string(GetTickCount());
+    const size_t log = LogSize();
+    auto request = Request(Url("/echo"), L"GET");
+    const std::pair<const wchar_t*, std::wstring> refused[] = {{L"X-Marker", vfc::Widen(marker) + L"\r\nX-Injected: 1"},
+        {L"X-Injected: 1\nX-Marker", vfc::Widen(marker)}, {L"Host", L"evil.example"}, {L" host : x", L"evil.example"}};
+    for (const auto& [name, value] : refused)
+        EXPECT_EQ(E_INVALIDARG, AddHeader(request.get(), name, value)) << vfc::Narrow(name);
+    vfc::TBstr agent(L"Agent\r\nX-Injected: 1");
+    EXPECT_EQ(E_INVALIDARG, request->put_UserAgent(agent.get()));
+    EXPECT_EQ(5, CountLogLinesSince(log, "Error in method [CVnWebRequest::AddHeader]."));
+    ASSERT_EQ(S_OK, AddHeader(request.get(), L"X-Marker", vfc::Widen(marker)));
+    vfc::TComPtr<IVnWebResult> result;
+    ASSERT_EQ(S_OK, Execute(request.get(), result));
+    EXPECT_EQ(200, Code(result.get()));
+    Body(result.get());
+    Sleep(200);  // the server writes its log after answering
+    const auto lines = MarkedRequests(marker);  // the pre-flight and the request, nothing more
+    ASSERT_EQ(2u, lines.size()) << ReadWholeFile(std::getenv("VN_ORIGIN_LOG"));
+    for (const std::string& line : lines) {
+        EXPECT_NE(std::string::npos, line.find("[\"Host\", \"" + Url("").substr(7) + "\"]")) << line;
+        EXPECT_EQ(std::string::npos, line.find("X-Injected")) << line;
+        EXPECT_EQ(std::string::npos, line.find("evil")) << line;
+    }
 }
 
 TEST_F(Requests, SkipHeadAuthenticationProbesWithTheRealVerb)

@@ -167,6 +167,7 @@ TEST_F(Server, SavedSettingsAreReadByTheNextServerProcessAndUnsavedOnesAreLost)
         {L"proxy/address", L"restart.example"}, {L"proxy/port", L"3129"},
         {L"dialup/mode", L"0"}, {L"dialup/dialConnectionName", L"B\u00FCro"},
         {L"proxy/skipHeadAuth", L"true"},
+        {L"proxy/exclude", L"a&b\"</Exclude><Script>http://evil.example/p.pac</Script><Exclude>"},  // stays one text
     };
     auto host = CreateRoot();
     ASSERT_TRUE(host);
@@ -178,7 +179,7 @@ TEST_F(Server, SavedSettingsAreReadByTheNextServerProcessAndUnsavedOnesAreLost)
         ASSERT_EQ(S_OK, set(key.first, key.second)) << vfc::Narrow(key.first);
     EXPECT_EQ("", ReadWholeFile(primary)) << "only a save makes the file";
     ASSERT_EQ(S_OK, host->SaveConfiguration());
-    ASSERT_EQ(S_OK, set(L"proxy/exclude", L"unsaved.example"));
+    ASSERT_EQ(S_OK, set(L"proxy/script", L"http://unsaved.example/p.pac"));
     const std::string bytes = ReadWholeFile(primary);
     EXPECT_NE(std::string::npos, bytes.find("\t\t<Address>restart.example</Address>\r\n")) << bytes;
     ASSERT_TRUE(ShutDownServer(host));
@@ -193,7 +194,7 @@ TEST_F(Server, SavedSettingsAreReadByTheNextServerProcessAndUnsavedOnesAreLost)
     };
     for (const auto& key : saved)
         EXPECT_EQ(key.second, get(key.first)) << vfc::Narrow(key.first);
-    EXPECT_EQ(L"localhost", get(L"proxy/exclude"));
+    EXPECT_EQ(L"", get(L"proxy/script"));
     EXPECT_EQ(L"true", get(L"dialup/useSystemConnection"));
     // The next process's record is the file, line for line, with bare line feeds.
     std::string withoutCr = bytes;

@@ -85,9 +85,11 @@ TEST_F(ConfigFile, RecordIsWrittenAsTheKnownBytesOverAnyOldFileAndReadBack)
     EXPECT_NE(std::string::npos, ReadBytes(kPrimary).find("<Mode>2</Mode>\r\n\t\t<DialConnectionName>B\xFCro-ISDN<"));
     ASSERT_EQ(S_OK, Load(zeroed));
     EXPECT_EQ(Fields(Unusual()), Fields(zeroed));
-    data.m_ProxyAddress = "a<b&c";
+    data.m_ProxyAddress = "a<b&c>\"d";  // markup goes out as entities and comes back
     ASSERT_EQ(S_OK, Save(data));
-    EXPECT_EQ(CrLf(Replace(ToXml(Unusual()), ">cache.intern<", ">a<b&c<")), ReadBytes(kPrimary));
+    EXPECT_EQ(CrLf(Replace(ToXml(Unusual()), ">cache.intern<", ">a&lt;b&amp;c&gt;&quot;d<")), ReadBytes(kPrimary));
+    ASSERT_EQ(S_OK, Load(zeroed));
+    EXPECT_EQ(data.m_ProxyAddress, zeroed.m_ProxyAddress);
 }
 
 TEST_F(ConfigFile, TextOrFileIsLaidOverTheRecordElementByElementAndTheRootObjectStartsOverAnyFile)

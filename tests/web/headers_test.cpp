@@ -68,6 +68,8 @@ TEST(Headers, AddIsExactAndReplacesOrRemovesInPlaceAndLookupIgnoresCapitals)
     } rows[] = {
         {L"Accept=*/*;Host=a;Accept=text/html", "000 Accept: text/html\r\nHost: a\r\n\r\n"},
         {L"A=1;B=2;C=3;B=", "0000 A: 1\r\nC: 3\r\n\r\n"},  // later pairs move up
+        {L"A=1;B=2;C=3;B=;C=4;B=5", "000000 A: 1\r\nC: 4\r\nB: 5\r\n\r\n"},
+        {L"X-Ma\u00DF=1;X-Mass=2", "00 X-Ma\xDF: 2\r\n\r\n"},  // the user's locale finds these names equal
         {L"=value;Absent=", "11 \r\n"},
         {L"Content-Length=5;content-length=7;CONTENT-LENGTH=", "001 Content-Length: 5\r\ncontent-length: 7\r\n\r\n"},
     };
@@ -84,6 +86,17 @@ TEST(Headers, AddIsExactAndReplacesOrRemovesInPlaceAndLookupIgnoresCapitals)
         found += Lookup(headers.get(), name) + "|";
     EXPECT_EQ("5|5|yes|<none>|<none>|<none>|", found);
     EXPECT_EQ(S_FALSE, headers->GetHeader(L"Content-Length", nullptr));
+}
+
+TEST(Headers, TwentyThousandAreAddedInLinearTimeAndGoOutInOrder)
+{
+    auto headers = New();
+    std::string expected;
+    for (int i = 0; i < 20000; ++i) {
+        ASSERT_EQ(S_OK, headers->AddHeader((L"X-" + std::to_wstring(i)).c_str(), std::to_wstring(i % 7).c_str()));
+        expected += "X-" + std::to_string(i) + ": " + std::to_string(i % 7) + "\r\n";
+    }
+    EXPECT_EQ(expected + "\r\n", Text(headers.get()));
 }
 
 TEST(Headers, RawBlockGivesStatusLineCodeAndPairs)
