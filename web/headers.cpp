@@ -268,7 +268,7 @@ STDMETHODIMP CVnHTTPHeaders::Next(ULONG celt, VARIANT* rgVar, ULONG* pCeltFetche
         rgVar[done].bstrVal = item;
         ++m_iEnumPos;
         ++done;
-        if (pCeltFetched)
+        if (pCeltFetched)  // filled, as the enumerator contract asks and callers read it
             *pCeltFetched = done;
     }
     return done == celt ? S_OK : S_FALSE;
