@@ -319,9 +319,10 @@ TEST_F(ProxyLogins, StoredLoginCarriesGetAndPostInBothModesAndAWrongOneEndsAtOnc
     // A new server process, the store's login (null: none), session flags, path, verb; the status, a line of the
     // server's log, the requests squid sees and the status of the last.
     const std::tuple<bool, const char*, LONG, std::string, const wchar_t*, HRESULT, const char*, size_t, const char*> cases[] = {
+        // A wrong login: the prompt that should replace it can't be shown without a display; background tries it once.
         {false, "wrong-", 1, "/echo?", L"GET", VN_E_PROXY_LOGIN_CANCELLED, "Message: Execute failed. Error code: 80040204.", 3, "/407 "},
         {false, "wrong-", 0, "/echo?", L"GET", E_FAIL, "Background mode: cached proxy credentials are wrong.", 3, "/407 "},
-        {true, nullptr, 0, "/echo?", L"GET", E_FAIL, kMissing, 1, "/407 "},
+        {true, nullptr, 0, "/echo?", L"GET", E_FAIL, kMissing, 1, "/407 "},  // nothing stored, nothing in memory
         {false, "", 0, "/echo?", L"GET", E_FAIL, kMissing, 1, "/407 "},  // background consults this process's memory only
         {false, "", 1, "/echo?", L"GET", S_OK, "", 4, "/200 "},          // interactive takes the login from the store
         {false, "", 1, "/upload?", L"POST", S_OK, "", 4, "/200 "},
@@ -339,9 +340,10 @@ TEST_F(ProxyLogins, StoredLoginCarriesGetAndPostInBothModesAndAWrongOneEndsAtOnc
             SetUp();
         }
         Forget();
-        if (secret)
+        if (secret) {
             ASSERT_TRUE(VnCredentialsManagers::WinCredCredentialsManager().StoreCredentials(
                 vfc::Widen(proxy), vfc::Widen(user), vfc::Widen(secret + password)));
+        }
         const size_t log = LogSize();
         const std::string marker = "login-" + std::to_string(GetTickCount()) + "-" + std::to_string(++row);
         auto request = Request(Url(path.c_str()) + marker, verb, flags);
