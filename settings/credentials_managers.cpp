@@ -299,7 +299,13 @@ bool WinCredCredentialsManager::_prompt(HWND hWnd, const std::string& name, std:
     wchar_t typedLogin[kPromptLoginChars] = {};
     wchar_t typedPassword[kPromptPasswordChars] = {};
     BOOL tick = bSave ? TRUE : FALSE;
-    DWORD flags = CREDUI_FLAGS_GENERIC_CREDENTIALS | CREDUI_FLAGS_DO_NOT_PERSIST | CREDUI_FLAGS_EXCLUDE_CERTIFICATES;
+    // Without ALWAYS_SHOW_UI the prompt answers by itself, with no window,
+    // from a credential the Credential Manager holds for the target: after
+    // the proxy turned the stored login down, that is the same login again,
+    // and the dialogue would send it for ever. The prompt is only called
+    // when the user is to answer.
+    DWORD flags = CREDUI_FLAGS_GENERIC_CREDENTIALS | CREDUI_FLAGS_DO_NOT_PERSIST | CREDUI_FLAGS_EXCLUDE_CERTIFICATES |
+                  CREDUI_FLAGS_ALWAYS_SHOW_UI;
     if (bSave)
         flags |= CREDUI_FLAGS_SHOW_SAVE_CHECK_BOX;
     DWORD result = m_pfnCredUIPromptForCredentialsW(&info, wName.c_str(), nullptr, 0, typedLogin, kPromptLoginChars,

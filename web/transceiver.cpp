@@ -284,9 +284,10 @@ LONG CVnLinkhostWITransceiver::SendHeadersAsync(const ConnectionParts& parts, co
         LogLine(vn_log::kErrorDec, method, "_initConnection(false) failed", static_cast<int>(code));
         return code;
     }
+    const std::string ahead = _handOverLogin(parts.scheme);
     CVnAsyncRecord* record = _beginOperation(StateSendRequestEx, 2);
     record->context.phHandle = &m_hRequest;
-    record->headers = headers;
+    record->headers = ahead + headers;
     record->buffers = {};
     record->buffers.dwStructSize = sizeof record->buffers;
     record->buffers.lpcszHeader = record->headers.c_str();
@@ -585,6 +586,11 @@ void CALLBACK CVnLinkhostWITransceiver::StatusCallback(HINTERNET hInternet, DWOR
         record->Release();
         return;
     }
+    // A proxy login sent ahead belongs to the proxy of the first hop; the
+    // next may bypass it or run through a tunnel to the server. The platform
+    // still answers a challenge there with the options of the handle.
+    if (status == INTERNET_STATUS_REDIRECT && record->headers.find(kProxyAuthorization) != std::string::npos)
+        ::HttpAddRequestHeadersA(hInternet, kProxyAuthorization, static_cast<DWORD>(-1), HTTP_ADDREQ_FLAG_REPLACE);
     vfc::TLock lock(record->lock);
     Context* ctx = &record->context;
     const DWORD state = ctx->dwState;

@@ -16,6 +16,9 @@
 
 class CVnLinkhostWITransceiver;
 
+// The header that carries a proxy login; a redirect takes it off again.
+constexpr const char* kProxyAuthorization = "Proxy-Authorization:";
+
 // How a URL is split for the opening operations. The version is always empty.
 struct ConnectionParts {
     std::string host;
@@ -87,6 +90,15 @@ private:
 
     LONG _initConnection(bool bCloseAll, const ConnectionParts& parts, DWORD dwExtraFlags);
     LONG _sendAuthRequest(const ConnectionParts& parts, const std::string& headers, int& iAuthResult);
+    // The real request goes out on new handles, which under Wine know nothing
+    // of the proxy login that the dialogue put on the pre-flight's. When a
+    // challenging proxy accepted one, the dialogue's end keeps it in the
+    // process's memory and marks it; the real request's new handle gets it
+    // before it is sent. (The platform itself keeps a server's Basic login
+    // for the host and sends it ahead, on Windows and under Wine.)
+    void _keepSettledLogin();
+    // Gives the header line that sends a Basic proxy login ahead, or an empty text.
+    std::string _handOverLogin(INTERNET_SCHEME scheme);
     LONG _processRetryError(const char* method, const char* message);
     LONG _closeHandleInternet(HINTERNET* pHandle);
     // Prepares the context for one operation on one of the three events;
@@ -137,6 +149,8 @@ private:
     std::string m_tstrBypassBuffer;
     std::string m_tstrBypassList;
     bool m_bAuthenticated = false;
+    bool m_bProxyLoginSettled = false;
+    bool m_bProxyBasic = false;  // the proxy's challenge was Basic
     HWND m_hWnd = nullptr;
     bool m_bInteractive = true;
     bool m_bSkipHeadAuth = false;

@@ -4,6 +4,7 @@
 #include "web/transceiver.h"
 
 #include <cctype>
+#include <cstring>
 
 #include "host/log.h"
 #include "settings/proxy_credentials.h"
@@ -18,6 +19,22 @@ enum AuthMode { AuthAsk = 0, AuthStoredThenAsk = 1, AuthStoredOnly = 2 };
 
 bool GoesOn(LONG code) { return code == 0 || code == ERROR_INTERNET_FORCE_RETRY; }
 
+void WipeText(std::string& text)
+{
+    if (!text.empty())
+        ::SecureZeroMemory(&text[0], text.size());
+    text.clear();
+}
+
+// Whether this process holds a proxy login for `proxy` in its memory.
+bool HasRememberedLogin(const std::string& proxy)
+{
+    std::string login, password;
+    const bool found = CVnProxyCredentials::GetPassLogin(proxy, login, password) == 0 && !login.empty();
+    WipeText(password);
+    return found;
+}
+
 }  // namespace
 
 LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, const std::string& headers,
@@ -28,6 +45,10 @@ LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, co
     iAuthResult = 1;
     bool bFirstPass = true;
     bool bProxyPass = false;
+    // Whether a proxy challenged this dialogue, and the status of its last answer.
+    bool bProxyChallenged = false;
+    DWORD status = 0;
+    m_bProxyLoginSettled = m_bProxyBasic = false;
     // The pre-flight has no body, so it must not announce one.
     const std::string probeHeaders = vn_http::CutContentLength(headers);
     m_bProxyPlainAuth = true;
@@ -77,7 +98,7 @@ LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, co
             return code;
         }
 
-        DWORD status = 0, size = sizeof status, index = 0;
+        DWORD size = sizeof status, index = 0;
         if (!::HttpQueryInfoA(m_hRequest, HTTP_QUERY_STATUS_CODE | HTTP_QUERY_FLAG_NUMBER, &status, &size, &index)) {
             code = static_cast<LONG>(::GetLastError());
             LogLine(vn_log::kErrorDec, kAuthMethod, "HttpQueryInfo(HTTP_QUERY_STATUS_CODE) failed", static_cast<int>(code));
@@ -90,6 +111,12 @@ LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, co
         }
         if (bFirstPass && status != HTTP_STATUS_PROXY_AUTH_REQ)
             iAuthResult = 0;
+        if (status == HTTP_STATUS_PROXY_AUTH_REQ) {
+            std::string challenge;
+            ReceiveHeadersSync(challenge, HTTP_QUERY_PROXY_AUTHENTICATE);
+            bProxyChallenged = true;
+            m_bProxyBasic = _strnicmp(challenge.c_str(), "Basic", 5) == 0;
+        }
 
         if (iProxyAuthMode == AuthAsk || iProxyAuthMode == AuthStoredThenAsk) {
             if (status == HTTP_STATUS_DENIED) {
@@ -113,7 +140,9 @@ LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, co
                 bProxyPass = false;
             }
         } else if (status == HTTP_STATUS_PROXY_AUTH_REQ) {
-            // Background mode: only a stored proxy login may answer, and only once.
+            // Background mode: only a login in this process's memory may
+            // answer, and only once. GetProxyCredentials gives 0 whether or
+            // not it found one, so the memory itself is asked.
             if (!bFirstPass) {
                 LogLine(vn_log::kError, kAuthMethod, "Background mode: cached proxy credentials are wrong.");
                 iAuthResult = 2;
@@ -121,18 +150,54 @@ LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, co
                 break;
             }
             code = CVnProxyCredentials::GetProxyCredentials(m_tstrProxy, m_hRequest, m_hWnd, AuthStoredOnly);
-            if (!GoesOn(code)) {
+            if (!GoesOn(code) || !HasRememberedLogin(m_tstrProxy)) {
                 LogLine(vn_log::kError, kAuthMethod, "Background mode: cached proxy credentials are missing.");
                 iAuthResult = 2;
                 code = 0;
                 break;
             }
+            // The login is now on the handle: the proxy is asked once more on it.
+            code = ERROR_INTERNET_FORCE_RETRY;
+            bProxyPass = true;
         }
         bFirstPass = false;
     } while (code == ERROR_INTERNET_FORCE_RETRY);
 
+    if (code == 0 && iAuthResult != 2 && bProxyChallenged && status != HTTP_STATUS_PROXY_AUTH_REQ)
+        _keepSettledLogin();
     CloseAllInternetHandles();
     return code;
+}
+
+void CVnLinkhostWITransceiver::_keepSettledLogin()
+{
+    // Read back from the handle: the login may have come from the process's
+    // memory, the store, the prompt or the platform's own dialog, which
+    // leaves it on the handle only. The memory takes it, so that the later
+    // requests of this process find it first.
+    std::string login, password;
+    if (GetINetApiHandler()->GetCredentials(m_hRequest, login, password) && !login.empty()) {
+        CVnProxyCredentials::_saveCredentials(m_tstrProxy, login, password);
+        m_bProxyLoginSettled = true;
+    }
+    WipeText(password);
+}
+
+std::string CVnLinkhostWITransceiver::_handOverLogin(INTERNET_SCHEME scheme)
+{
+    std::string ahead, login, password;
+    // Windows answers a challenge to a request sent by HttpSendRequestEx from
+    // its own cache, and sends a Basic login ahead to a proxy that took it
+    // once; Wine's HttpEndRequest answers none. So a Basic login goes ahead
+    // here, as on Windows. Not through a tunnel: there the request's headers
+    // reach the server, not the proxy.
+    if (m_bProxyLoginSettled && CVnProxyCredentials::GetPassLogin(m_tstrProxy, login, password) == 0 &&
+        GetINetApiHandler()->SetCredentials(m_hRequest, m_tstrProxy, login, password) && m_bProxyBasic &&
+        scheme == INTERNET_SCHEME_HTTP)
+        ahead = std::string(kProxyAuthorization) + " " + vn_http::BasicCredentials(login, password) + "\r\n";
+    WipeText(password);
+    m_bProxyLoginSettled = m_bProxyBasic = false;
+    return ahead;
 }
 
 LONG CVnLinkhostWITransceiver::_authenticate()

@@ -138,7 +138,7 @@ TEST(ProxyLogin, IsFoundWhereTheModeSaysAndPutOnTheRequest)
         if (std::get<1>(outcome)) {
             EXPECT_EQ(std::make_tuple(Wide(proxy), L"Bitte geben Sie das Passwort f\u00fcr den Proxy " + Wide(proxy) + L" an.",
                           std::wstring(L"Velorin Linkhost"), DWORD(CREDUI_FLAGS_GENERIC_CREDENTIALS | CREDUI_FLAGS_DO_NOT_PERSIST |
-                          CREDUI_FLAGS_EXCLUDE_CERTIFICATES | CREDUI_FLAGS_SHOW_SAVE_CHECK_BOX), 1ul, 514ul, 257ul),
+                          CREDUI_FLAGS_EXCLUDE_CERTIFICATES | CREDUI_FLAGS_SHOW_SAVE_CHECK_BOX | CREDUI_FLAGS_ALWAYS_SHOW_UI), 1ul, 514ul, 257ul),
                       std::make_tuple(cu::ReadText(L"Target"), cu::ReadText(L"Message"), cu::ReadText(L"Caption"), cu::ReadDword(L"Flags", 0),
                           cu::ReadDword(L"TickIn", 9), cu::ReadDword(L"LoginChars", 0), cu::ReadDword(L"PasswordChars", 0)));
         }

@@ -2,9 +2,12 @@
 // own, the loopback origin server behind it.
 #include "integration/pipeline_fixture.h"
 
+#include <algorithm>
 #include <sstream>
 #include <vector>
 
+#include "host/status.h"
+#include "settings/credentials_managers.h"
 #include "vfc/text.h"
 
 namespace vn_test {
@@ -211,11 +214,25 @@ TEST_F(Requests, VerbsAndPropertiesAreCheckedAndLockedAsTheModelDemands)
     EXPECT_FALSE(none);
 }
 
-// The origin server's log lines of requests that carried the marker.
-std::vector<std::string> MarkedRequests(const std::string& marker)
+TEST_F(Requests, ServerLoginOfTheClientAnswersInAnInteractiveSessionAndThePlatformKeepsItForTheHost)
+{
+    // Background: no answer to a 401; interactive: the dialogue's, and the platform's Basic login of the host after it.
+    for (auto [flags, code] : {std::make_pair(0L, 401L), std::make_pair(1L, 200L), std::make_pair(0L, 200L)}) {
+        auto request = Request(Url("/auth/basic?user=u&pass=p-secret&realm=r") + std::to_string(GetTickCount()), L"GET", flags);
+        vfc::TBstr user(L"u"), password(L"p-secret");
+        ASSERT_EQ(S_OK, request->put_UserName(user.get()));
+        ASSERT_EQ(S_OK, request->put_Password(password.get()));
+        vfc::TComPtr<IVnWebResult> result;
+        ASSERT_EQ(S_OK, Execute(request.get(), result));
+        EXPECT_EQ(code, Code(result.get())) << flags;
+    }
+}
+
+// The log lines, the origin server's or squid's, of requests that carried the marker.
+std::vector<std::string> MarkedRequests(const std::string& marker, const char* variable = "VN_ORIGIN_LOG")
 {
     std::vector<std::string> lines;
-    std::istringstream log(ReadWholeFile(std::getenv("VN_ORIGIN_LOG")));
+    std::istringstream log(ReadWholeFile(std::getenv(variable)));
     std::string line;
     while (std::getline(log, line))
         if (line.find(marker) != std::string::npos)
@@ -316,6 +333,77 @@ TEST_F(ProxiedRequests, GoThroughTheProxyInManualMode)
     const std::string body = Body(tlsResult.get());
     EXPECT_EQ(100000u, body.size());
     EXPECT_EQ(Header(tlsResult.get(), L"X-Body-Sha256"), Sha256(body));
+}
+
+// squid demands the Basic login VN_SQUID_AUTH (user:password); the tests write
+// it, or a wrong one, to the platform's store under the proxy's name.
+class ProxyLogins : public ProxiedRequests {
+protected:
+    void SetUp() override { ConfigureProxy(ReadyLine("VN_SQUID")["port"]); }
+    void TearDown() override { Forget(); }
+    void Forget() { CredDeleteW(vfc::Widen(proxy).c_str(), CRED_TYPE_GENERIC, 0); }
+    const std::string auth = std::getenv("VN_SQUID_AUTH"), user = auth.substr(0, auth.find(':'));
+    const std::string password = auth.substr(auth.find(':') + 1), proxy = "127.0.0.1:" + ReadyLine("VN_SQUID")["port"];
+};
+
+TEST_F(ProxyLogins, StoredLoginCarriesGetAndPostInBothModesAndAWrongOneEndsAtOnce)
+{
+    const char* const kMissing = "Background mode: cached proxy credentials are missing.";
+    const std::string body(300000, 'b');
+    // A new server process, the store's login (null: none), session flags, path, verb; the status, a line of the
+    // server's log, the requests squid sees and the status of the last.
+    const std::tuple<bool, const char*, LONG, std::string, const wchar_t*, HRESULT, const char*, size_t, const char*> cases[] = {
+        // A wrong login: the prompt that should replace it can't be shown without a display; background tries it once.
+        {false, "wrong-", 1, "/echo?", L"GET", VN_E_PROXY_LOGIN_CANCELLED, "Message: Execute failed. Error code: 80040204.", 3, "/407 "},
+        {false, "wrong-", 0, "/echo?", L"GET", E_FAIL, "Background mode: cached proxy credentials are wrong.", 3, "/407 "},
+        {true, nullptr, 0, "/echo?", L"GET", E_FAIL, kMissing, 1, "/407 "},  // nothing stored, nothing in memory
+        {false, "", 0, "/echo?", L"GET", E_FAIL, kMissing, 1, "/407 "},  // background consults this process's memory only
+        {false, "", 1, "/echo?", L"GET", S_OK, "", 4, "/200 "},          // interactive takes the login from the store
+        {false, "", 1, "/upload?", L"POST", S_OK, "", 4, "/200 "},
+        {false, "", 0, "/echo?", L"GET", S_OK, "", 4, "/200 "},
+        {false, "", 0, "/upload?", L"POST", S_OK, "", 4, "/200 "},
+        // The login sent ahead stays with the first hop; the next is answered by the platform, after a 407.
+        {false, "", 0, "/redirect?to=/echo%3F", L"GET", S_OK, "", 6, "/200 "},
+    };
+    int row = 0;
+    for (auto& [fresh, secret, flags, path, verb, expected, line, count, last] : cases) {
+        SCOPED_TRACE(testing::Message() << row + 1 << ' ' << flags << path);
+        if (fresh) {
+            Pipeline::TearDownTestSuite();
+            Pipeline::SetUpTestSuite();
+            SetUp();
+        }
+        Forget();
+        if (secret) {
+            ASSERT_TRUE(VnCredentialsManagers::WinCredCredentialsManager().StoreCredentials(
+                vfc::Widen(proxy), vfc::Widen(user), vfc::Widen(secret + password)));
+        }
+        const size_t log = LogSize();
+        const std::string marker = "login-" + std::to_string(GetTickCount()) + "-" + std::to_string(++row);
+        auto request = Request(Url(path.c_str()) + marker, verb, flags);
+        if (*verb == L'P') {
+            ASSERT_EQ(S_OK, AddHeader(request.get(), L"Content-Length", std::to_wstring(body.size())));
+            ASSERT_EQ(S_OK, WriteBody(request.get(), body));
+        }
+        vfc::TComPtr<IVnWebResult> result;
+        EXPECT_EQ(expected, Execute(request.get(), result));
+        const std::string answer = SUCCEEDED(expected) ? Body(result.get()) : "";
+        std::vector<std::string> seen;
+        WaitUntil([&] { return (seen = MarkedRequests(marker, "VN_SQUID_LOG")).size() >= count; }, 5000);
+        ASSERT_EQ(count, seen.size()) << testing::PrintToString(seen);
+        EXPECT_NE(std::string::npos, seen.back().find(last)) << seen.back();
+        EXPECT_EQ(*line ? 1 : 0, CountLogLinesSince(log, *line ? line : "Background mode"));
+        if (FAILED(expected))
+            continue;
+        EXPECT_EQ(200, Code(result.get()));
+        EXPECT_NE(std::string::npos, answer.find(*verb == L'P' ? Sha256(body) : marker)) << answer;
+        // The real request went through squid under the user's name; what reached the origin carried no login.
+        EXPECT_NE(std::string::npos, seen.back().find(" " + vfc::Narrow(verb) + " http")) << seen.back();
+        EXPECT_NE(std::string::npos, seen.back().find(" " + user + " HIER_DIRECT")) << seen.back();
+        for (const auto& hop : MarkedRequests(marker))
+            EXPECT_EQ(std::string::npos, hop.find("Authorization")) << hop;
+    }
+    EXPECT_EQ(std::string::npos, LogSince(0).find(password));
 }
 
 }  // namespace
