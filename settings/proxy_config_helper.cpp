@@ -3,6 +3,7 @@
 #include "host/log.h"
 #include "host/status.h"
 #include "settings/connection_state.h"
+#include "settings/proxy_answer.h"
 
 HRESULT CVnProxyConfigHelper::GetProxyAddress(const CConfigData& record, std::string& proxy, std::string& bypass,
                                               VnProcessMonitor& monitor, const std::string& url)
@@ -46,19 +47,12 @@ HRESULT CVnProxyConfigHelper::GetProxyAddress(const CConfigData& record, std::st
 
 HRESULT CVnProxyConfigHelper::GetProxyFromString(const std::string& answer, std::string& proxy)
 {
-    proxy = answer;
-    const size_t at = proxy.find("PROXY ");
-    if (at != std::string::npos) {
-        proxy.erase(at, 6);
-        const char* blanks = " \t\r\n";
-        const size_t first = proxy.find_first_not_of(blanks);
-        const size_t last = proxy.find_last_not_of(blanks);
-        proxy = first == std::string::npos ? std::string() : proxy.substr(first, last - first + 1);
-        return S_OK;
+    switch (vn_proxy::ReadScriptAnswer(answer, proxy)) {
+    case vn_proxy::TScriptAnswer::Proxy: return S_OK;
+    case vn_proxy::TScriptAnswer::Direct: return S_FALSE;
+    case vn_proxy::TScriptAnswer::Bad: break;
     }
-    const bool direct = proxy.find("DIRECT") != std::string::npos;
-    proxy.clear();
-    return direct ? S_FALSE : VN_E_BAD_SCRIPT_ANSWER;
+    return VN_E_BAD_SCRIPT_ANSWER;
 }
 
 namespace {

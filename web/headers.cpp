@@ -7,21 +7,9 @@
 #include "host/log.h"
 #include "vfc/com_ptr.h"
 #include "vfc/text.h"
+#include "web/header_text.h"
 
 namespace {
-
-// White space of the classic locale.
-const char kWhiteSpace[] = " \t\n\v\f\r";
-const char kLineEnds[] = "\r\n";
-
-std::string Trim(const std::string& text)
-{
-    const size_t first = text.find_first_not_of(kWhiteSpace);
-    if (first == std::string::npos)
-        return {};
-    const size_t last = text.find_last_not_of(kWhiteSpace);
-    return text.substr(first, last - first + 1);
-}
 
 bool IsEmptyText(const wchar_t* text) noexcept { return !text || !*text; }
 
@@ -148,7 +136,7 @@ HRESULT CVnHTTPHeaders::GetResultCode(LONG* code) const
     }
     // Without a blank the line is read from its start, so a line of three
     // letters gives the number 0.
-    line = Trim(line.substr(static_cast<size_t>(i + 1))).substr(0, 3);
+    line = vn_http::TrimWhiteSpace(line.substr(static_cast<size_t>(i + 1))).substr(0, 3);
     const LONG number = std::atol(line.c_str());
     if (code)
         *code = number;
@@ -167,31 +155,11 @@ HRESULT CVnHTTPHeaders::InitHeaders(const char* raw)
         return E_FAIL;
     }
     try {
-        const std::string block(raw);
-        size_t start = 0;
-        size_t end = block.find_first_of(kLineEnds, start);
-        // A last line without a line end is not taken, and a block that begins
-        // with a line end gives nothing.
-        while (end != std::string::npos && end != 0) {
-            if (start == 0) {
-                m_tstrStatusLine = Trim(block.substr(0, end));
-            } else {
-                // The positions are unsigned on purpose. A line without a colon
-                // takes the next colon further on, so the name runs across line
-                // ends and the value is what follows that colon. With no colon
-                // left, the name is the whole rest of the block, and `colon + 1`
-                // wraps to 0, so the value is the block from its start to the
-                // end of this line.
-                const size_t colon = block.find(':', start);
-                const std::string name = block.substr(start, colon - start);
-                const std::string value = Trim(block.substr(colon + 1, end - colon - 1));
-                AddHeader(vfc::Widen(name).c_str(), vfc::Widen(value).c_str());
-            }
-            start = block.find_first_not_of(kLineEnds, end);
-            if (start == std::string::npos)
-                break;
-            end = block.find_first_of(kLineEnds, start);
-        }
+        // Each pair goes through AddHeader, whose result is not needed: a
+        // repeated name replaces the earlier value and an empty value removes it.
+        vn_http::SplitRawHeaders(raw, m_tstrStatusLine, [this](const std::string& name, const std::string& value) {
+            AddHeader(vfc::Widen(name).c_str(), vfc::Widen(value).c_str());
+        });
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }

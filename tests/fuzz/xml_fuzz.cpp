@@ -1,4 +1,4 @@
-// libFuzzer target for the XML reader and the document tree (see run-xml-fuzz):
+// libFuzzer target for the XML reader and the document tree (see run-fuzz):
 // the first byte chooses the parser's mode, the rest is the document. Anything
 // but events or an XmlPullParserException (crash, sanitizer report, leak, hang) is a fault.
 #include "xml/vn_document.h"
