@@ -29,7 +29,6 @@ std::string CutContentLength(const std::string& headers)
     return out;
 }
 
-<<<<<<< HEAD
 std::string BasicCredentials(const std::string& login, const std::string& password)
 {
     static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -48,7 +47,8 @@ std::string BasicCredentials(const std::string& login, const std::string& passwo
         out += left > 2 ? kDigits[bits & 63] : '=';
     }
     return out;
-=======
+}
+
 std::string TrimWhiteSpace(const std::string& text)
 {
     const size_t first = text.find_first_not_of(kWhiteSpace);
@@ -79,7 +79,6 @@ void SplitRawHeaders(const std::string& block, std::string& statusLine,
             break;
         end = block.find_first_of(kLineEnds, start);
     }
->>>>>>> wt-fuzz
 }
 
 }  // namespace vn_http
