@@ -305,7 +305,7 @@ TEST_F(ProxiedRequests, GoThroughTheProxyThatAScriptOrTheManualSettingsName)
     GetTempPathA(MAX_PATH, folder);
     const std::string script = std::string(folder) + "vn-test-proxy.pac";
     std::ofstream(script) << "function FindProxyForURL(url, host) { return \"PROXY 127.0.0.1:" << port << "\"; }\n";
-    // Script first: a keep-alive connection of the proxy must not carry a request that went direct.
+    // Script first: the platform's pool would hand a connection that went direct on to the manual row.
     for (const wchar_t* mode : {L"3", L"2"}) {
         SCOPED_TRACE(vfc::Narrow(mode));
         ConfigureProxy(port);

@@ -1,5 +1,5 @@
 // CVnHTTPHeaders: storing is exact and lookup ignores the capitals A to Z, the raw block is parsed by its line rules,
-// the status line gives the code, and clients enumerate "name: value" texts.
+// the status line gives the code, and clients enumerate "name: value" texts; a result answers from them.
 #include <gtest/gtest.h>
 
 #include <windows.h>
