@@ -89,8 +89,7 @@ TEST_F(Requests, ServerLoginOfTheClientAnswersA401OnlyInAnInteractiveSession)
     for (auto [flags, code] : {std::make_pair(0L, 401L), std::make_pair(1L, 200L)}) {
         auto request = Request(Url("/auth/basic?user=u&pass=p"), L"GET", flags);
         vfc::TBstr user(L"u"), password(L"p");
-        ASSERT_EQ(S_OK, request->put_UserName(user.get()));
-        ASSERT_EQ(S_OK, request->put_Password(password.get()));
+        ASSERT_EQ(S_OK, request->put_UserName(user.get()) | request->put_Password(password.get()));
         vfc::TComPtr<IVnWebResult> result;
         ASSERT_EQ(S_OK, Execute(request.get(), result));
         EXPECT_EQ(code, Code(result.get())) << "session flags " << flags;
