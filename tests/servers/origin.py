@@ -6,7 +6,8 @@ line per request, as /echo gives it less query and tls, plus id, t, status. Rout
 /bytes?n=&mode=length|chunked|close&seed= (X-Body-Sha256, X-Body-Length: what the bytes hash to),
 /slow?n=&piece=64&delay_ms=100&head_delay_ms=0&mode=, /short?n=&sent=n/2, /stall?n=&sent=n/2&max_ms=,
 /reset-mid?n=&sent=n/2&pause_ms=200, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302,
-/upload, /headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /__log?since=<id>.
+/upload, /headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /auth/digest (a challenge that is
+never met; each 401 carries the /echo body), /__log?since=<id>.
 """
 
 import argparse
@@ -170,12 +171,12 @@ class Handler(http.server.BaseHTTPRequestHandler):
         route, echo = self.route, self.describe(query=self.query, tls=self.server.name != "http")
         if route == "/echo":
             return self.json(echo, self.number("status", 200))
-        if route == "/auth/basic":
+        if route in ("/auth/basic", "/auth/digest"):
             login = base64.b64encode(("%s:%s" % (self.arg("user", "user"), self.arg("pass", "pass"))).encode())
-            if self.headers.get("Authorization", "").split() == ["Basic", login.decode()]:
+            if route == "/auth/basic" and self.headers.get("Authorization", "").split() == ["Basic", login.decode()]:
                 return self.json(echo)
-            realm = 'Basic realm="%s"' % self.arg("realm", "vn")
-            return self.reply(401, "authorization required\n", [("WWW-Authenticate", realm)])
+            challenge = [("WWW-Authenticate", '%s realm="%s"' % (route[6:].capitalize(), self.arg("realm", "vn")))]
+            return self.reply(401, json.dumps(echo) + "\n", challenge, content_type="application/json")
         if route == "/bytes":
             return self.body()
         if route == "/slow":

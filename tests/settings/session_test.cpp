@@ -64,6 +64,25 @@ TEST(SessionRules, WhatThePlatformMayAnswerBecomesTheProxyFieldsAndTheIeProxyTex
     }
 }
 
+TEST(SessionRules, TheProxyModeNamesAProxyWithItsBypassListOrChoosesADirectConnection)
+{
+    // Direct dial, mode; status, proxy, bypass list. An unknown mode leaves both texts as they were.
+    const std::tuple<LONG, int, HRESULT, const char*, const char*> cases[] = {
+        {0, ProxyManual, S_OK, "cache.lan:3128", "a;<local>"}, {0, ProxyNone, S_FALSE, "", ""},
+        {0, 7, S_FALSE, "old", "older"}, {1, ProxyManual, S_FALSE, "", ""},
+    };
+    for (auto& [directDial, mode, status, proxy, bypass] : cases) {
+        CConfigData data = Defaults();
+        data.m_ProxyMode = mode, data.m_ProxyAddress = "cache.lan", data.m_ProxyPort = 3128, data.m_ProxyExclude = "a;<local>";
+        CVnConnectionState::getInstance()->m_DirectDial = directDial;
+        std::string givenProxy = "old", givenBypass = "older";
+        VnProcessMonitor monitor;
+        const HRESULT given = CVnProxyConfigHelper::GetProxyAddress(data, givenProxy, givenBypass, monitor, "http://example/");
+        EXPECT_EQ(std::make_tuple(status, std::string(proxy), std::string(bypass)), std::make_tuple(given, givenProxy, givenBypass)) << mode;
+        CVnConnectionState::DestroyInstance();
+    }
+}
+
 // The prefix's settings are put back as a fresh prefix has them after each test, and a link this process still owns is hung up.
 class Session : public testing::Test {
 protected:

@@ -23,6 +23,7 @@
 #include "settings/connection_manager.h"
 #include "settings/connection_state.h"
 #include "settings/network_alive.h"
+#include "settings/proxy_config_helper.h"
 #include "settings/registry_text.h"
 #include "settings/session_connection.h"
 #include "settings/system_proxy.h"

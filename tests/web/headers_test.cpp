@@ -1,5 +1,5 @@
 // CVnHTTPHeaders: storing is exact and lookup ignores the capitals A to Z, the raw block is parsed by its line rules,
-// the status line gives the code, and clients enumerate "name: value" texts.
+// the status line gives the code, and clients enumerate "name: value" texts; a result answers from them.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -11,6 +11,7 @@
 #include "vfc/com_ptr.h"
 #include "vfc/text.h"
 #include "web/headers.h"
+#include "web/result.h"
 
 namespace {
 
@@ -161,4 +162,19 @@ TEST(Headers, EnumerationSkipResetCloneAndCopy)
     EXPECT_EQ(E_INVALIDARG, target->CopyFrom(nullptr));
     EXPECT_EQ("A: 1|/B: 2|//|A: 1|/B: 2|//|B: 2|//",
               Remaining(clone.get()) + "|" + Remaining(target.get()) + "|" + Remaining(headers.get()));
+}
+
+TEST(Result, RefusesNullOutPointersAndNamesAHeaderItLacks)
+{
+    vfc::TComPtr<CVnWebResult> result;
+    ASSERT_EQ(S_OK, CVnWebResult::Create(result.put()));
+    ASSERT_EQ(S_OK, result->SetRawHeaders("HTTP/1.1 204 No Content\r\nServer: vn\r\n"));
+    vfc::TBstr name(L"Server"), missing(L"Date"), value;
+    EXPECT_EQ(E_POINTER, result->get_ResultCode(nullptr));
+    EXPECT_EQ(E_POINTER, result->get_Headers(nullptr));
+    EXPECT_EQ(E_POINTER, result->get_DataStream(nullptr));
+    EXPECT_EQ(E_POINTER, result->GetHeaderValue(name.get(), nullptr));
+    EXPECT_EQ(E_INVALIDARG, result->GetHeaderValue(missing.get(), value.put()));
+    EXPECT_EQ(S_OK, result->GetHeaderValue(name.get(), value.put()));
+    EXPECT_EQ(L"vn", value.str());
 }

@@ -71,11 +71,12 @@ std::string Status(HRESULT hr)
          : hr == VN_E_STREAM_NOT_READABLE ? "<not readable>" : hr == VN_E_STREAM_NOT_WRITABLE ? "<not writable>" : "<?>";
 }
 
-// The bytes of one read, one dimension of bytes from index 0, or the name of its failure.
+// The bytes of one read (Read for a time-out of -1), one dimension of bytes from index 0, or the name of its failure.
 std::string Read(IVnStream* stream, LONG maximum, LONG timeout)
 {
     TSafeArray array;
-    const HRESULT hr = stream->ReadWithTimeout(maximum, timeout, array.put());
+    const HRESULT hr = timeout == -1 ? stream->Read(maximum, array.put())
+                                     : stream->ReadWithTimeout(maximum, timeout, array.put());
     VARTYPE vt = VT_EMPTY;
     LONG lower = -1, upper = -2;
     if (hr != S_OK || !array)
@@ -166,8 +167,8 @@ std::string Step(CVnQueueCustomStream* stream, CVnQueueReadStream* read, const s
 
 TEST(QueueStreams, CallsGiveTheirBytesCountsEndsTimeOutsLinesAndRefusals)
 {
-    // "+text" and "qS,N" queue bytes; "wS,N" writes a slice of "0123456789"; "rN[/T]" reads N bytes waiting T ms; "tN"
-    // takes N out as the request does; "s", "s0" read a line; "!" ends the body; "a", "p", "e", "c": see Step.
+    // "+text" and "qS,N" queue bytes; "wS,N" writes a slice of "0123456789"; "rN[/T]" reads N bytes by Read (or waiting T
+    // ms); "tN" takes N out as the request does; "s", "s0" read a line; "!" ends the body; "a", "p", "e", "c": see Step.
     const struct {
         bool readSide;
         LONG expectedLength;

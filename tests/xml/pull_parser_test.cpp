@@ -246,6 +246,13 @@ TEST(PullParserCalls, NamespaceDeclarationsAreStackedPerDepth)
     EXPECT_EQ("2" + fixed + " urn:1 urn:d |3" + fixed + " urn:2 urn:d |3|2" + fixed + " urn:1 urn:d |", scopes);
     EXPECT_EQ("p=urn:1 =urn:d", r.parser.getNamespacePrefix(0) + "=" + r.parser.getNamespaceUri(0) + " " +
                                     r.parser.getNamespacePrefix(1) + "=" + r.parser.getNamespaceUri(1));
+    std::string tag = "<p0:a";  // more declarations than the stack first has room for
+    for (int i = 0; i < 20; ++i)
+        tag += " xmlns:p" + std::to_string(i) + "='urn:" + std::to_string(i) + "'";
+    Reader many(tag + "/>", "N");
+    ASSERT_EQ(P::START_TAG, many.parser.next());
+    EXPECT_EQ("20 urn:0 urn:16 urn:19", std::to_string(many.parser.getNamespaceCount(1)) + " " + many.parser.getNamespace() + " " +
+                                            many.parser.getNamespace("p16") + " " + many.parser.getNamespace("p19"));
 }
 
 TEST(PullParserConveniences, NextTagNextTextRequireAndSkipSubTree)

@@ -42,7 +42,7 @@ const std::string kHead = "<?xml version='1.0' encoding='UTF-8'?>";
 
 }  // namespace
 
-TEST(VnNodeTree, ExactAttributesOwnedChildrenAndTheFirstNodeOfANameInDocumentOrder)
+TEST(VnNodeTree, ExactAttributesOwnedChildrenAndTheFirstOrEveryNodeOfANameInDocumentOrder)
 {
     std::string deleted;
     {
@@ -66,6 +66,9 @@ TEST(VnNodeTree, ExactAttributesOwnedChildrenAndTheFirstNodeOfANameInDocumentOrd
         EXPECT_EQ("a=;x=shallow;b=;", Names(root.GetChildren()));
         // The first in document order, not the shallowest, or the node itself; names are exact.
         EXPECT_EQ("x=deep;r=;<null>;<null>;", Names({root.FindNode("x"), root.FindNode("r"), root.FindNode("X"), b->FindNode("x")}));
+        // Every node of the name below, each looked at once, or the node alone.
+        EXPECT_EQ("a=;", Names(root.FindAll("a")));
+        EXPECT_EQ("x=deep;x=shallow;x=inner;|r=;", Names(root.FindAll("x")) + "|" + Names(root.FindAll("r")));
     }
     EXPECT_EQ("a;x;x;b;", deleted);  // in document order
 }
