@@ -10,6 +10,10 @@ namespace vn_http {
 // name, in any capitals, up to and including the next line feed.
 std::string CutContentLength(const std::string& headers);
 
+// True when the block begins with a status line. Wine reads a connection that
+// closed without an answer as "200 OK" with no header at all.
+inline bool HasStatusLine(const std::string& headers) { return headers.compare(0, 5, "HTTP/") == 0; }
+
 // The value of an Authorization or Proxy-Authorization header that answers
 // a Basic challenge: "Basic " and the Base64 form of "login:password".
 std::string BasicCredentials(const std::string& login, const std::string& password);

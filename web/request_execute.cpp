@@ -6,6 +6,7 @@
 
 #include "host/log.h"
 #include "host/status.h"
+#include "web/header_text.h"
 #include "settings/proxy_config_helper.h"
 #include "vfc/text.h"
 
@@ -89,10 +90,9 @@ STDMETHODIMP CVnWebRequest::Execute(IVnWebResult** result)
         LogLine(vn_log::kErrorDec, kExecuteError, "CVnWebRequest::ReceiveHeadersExecute failed.", static_cast<int>(code));
         return _ErrorToHRESULT(code);
     }
-    if (raw.compare(0, 5, "HTTP/") != 0) {
-        // Wine takes a connection that closed without an answer for "200 OK".
+    if (!vn_http::HasStatusLine(raw)) {
         LogLine(vn_log::kError, kExecuteError, "Response without status line");
-        Transceiver()->CloseAllInternetHandles();
+        Transceiver()->AbandonInternetHandles();
         return VN_E_CONNECTION_LOST;
     }
     m_spResult->SetRawHeaders(raw);
@@ -279,8 +279,9 @@ HRESULT CVnWebRequest::_ErrorToHRESULT(LONG code)
     case 0:
         return S_OK;
     case WAIT_TIMEOUT:
-        // The client died or a wait ended: break whatever still runs.
-        Transceiver()->CloseAllInternetHandles();
+        // The client died or a wait ended: break whatever still runs, off
+        // this thread, since closing may read the rest of a body first.
+        Transceiver()->AbandonInternetHandles();
         TraceLine(vn_log::kInfo, "CVnWebRequest::_ErrorToHRESULT",
                   "m_ReceiveThreadWrapper->m_pWITransceiver->CloseAllInternetHandles");
         return E_FAIL;

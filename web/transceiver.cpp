@@ -20,28 +20,31 @@ DWORD_PTR ContextOf(CVnAsyncRecord* record) { return reinterpret_cast<DWORD_PTR>
 // The time-outs Windows gives every internet handle, stated on each of ours:
 // Wine has none, and a silent server would hold the request for ever. Values
 // an administrator put under Internet Settings win, as they do on Windows.
-DWORD SetPlatformTimeouts(HINTERNET handle)
+const struct {
+    DWORD option;
+    const char* value;
+    DWORD defaultMs;
+} kTimeouts[kTimeoutCount] = {
+    {INTERNET_OPTION_CONNECT_TIMEOUT, "ConnectTimeout", 60000},
+    {INTERNET_OPTION_SEND_TIMEOUT, "SendTimeout", 30000},
+    {INTERNET_OPTION_RECEIVE_TIMEOUT, "ReceiveTimeout", 30000},
+};
+
+void ReadPlatformTimeouts(DWORD (&ms)[kTimeoutCount])
 {
-    static const struct {
-        DWORD option;
-        const char* value;
-        DWORD defaultMs;
-    } kTimeouts[] = {
-        {INTERNET_OPTION_CONNECT_TIMEOUT, "ConnectTimeout", 60000},
-        {INTERNET_OPTION_SEND_TIMEOUT, "SendTimeout", 30000},
-        {INTERNET_OPTION_RECEIVE_TIMEOUT, "ReceiveTimeout", 30000},
-    };
-    DWORD receiveMs = 0;
-    for (const auto& timeout : kTimeouts) {
-        DWORD ms = 0, size = sizeof ms;
+    for (int i = 0; i < kTimeoutCount; ++i) {
+        DWORD size = sizeof ms[i];
         if (::RegGetValueA(HKEY_CURRENT_USER, "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings",
-                           timeout.value, RRF_RT_REG_DWORD, nullptr, &ms, &size) != ERROR_SUCCESS || ms == 0)
-            ms = timeout.defaultMs;
-        if (!::InternetSetOptionA(handle, timeout.option, &ms, sizeof ms))
-            LogLine(vn_log::kErrorDec, kInitConnection, "InternetSetOption failed", static_cast<int>(::GetLastError()));
-        receiveMs = ms;  // the last row
+                           kTimeouts[i].value, RRF_RT_REG_DWORD, nullptr, &ms[i], &size) != ERROR_SUCCESS || ms[i] == 0)
+            ms[i] = kTimeouts[i].defaultMs;
     }
-    return receiveMs;
+}
+
+void SetTimeouts(HINTERNET handle, const DWORD (&ms)[kTimeoutCount])
+{
+    for (int i = 0; i < kTimeoutCount; ++i)
+        if (!::InternetSetOptionA(handle, kTimeouts[i].option, const_cast<DWORD*>(&ms[i]), sizeof ms[i]))
+            LogLine(vn_log::kErrorDec, kInitConnection, "InternetSetOption failed", static_cast<int>(::GetLastError()));
 }
 
 // Handles that a thread gave up, closed on a pool thread with the record
@@ -196,7 +199,8 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
                     static_cast<int>(::GetLastError()));
             return -1;
         }
-        m_dwReceiveTimeout = SetPlatformTimeouts(m_hInternet);
+        ReadPlatformTimeouts(m_dwTimeouts);
+        SetTimeouts(m_hInternet, m_dwTimeouts);
         m_bProxyChanged = false;
     } else if (m_bProxyChanged) {
         INTERNET_PROXY_INFO info = {INTERNET_OPEN_TYPE_PROXY, proxy, bypass};
@@ -239,7 +243,7 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
                                               nullptr, flags, ContextOf(record));
         if (handle) {
             m_hRequest = handle;
-            SetPlatformTimeouts(m_hRequest);
+            SetTimeouts(m_hRequest, m_dwTimeouts);
             break;
         }
         LONG code = _processRetryError(kInitConnection, "Can't open request (HttpOpenRequest)");
@@ -470,7 +474,7 @@ void CVnLinkhostWITransceiver::CloseAllInternetHandles()
 
 void CVnLinkhostWITransceiver::AbandonInternetHandles()
 {
-    TraceLine("CVnLinkhostWITransceiver::CloseAllInternetHandles inside");
+    TraceLine("CVnLinkhostWITransceiver::AbandonInternetHandles inside");
     auto job = std::make_unique<CloseJob>();
     {
         vfc::TLock lock(m_csRecord);
@@ -543,16 +547,10 @@ LONG CVnLinkhostWITransceiver::_processRetryError(const char* method, const char
 
 DWORD CVnLinkhostWITransceiver::_timeoutOrAbort(DWORD code) const
 {
-    if (code == ERROR_INTERNET_CONNECTION_ABORTED && m_dwReceiveTimeout &&
-        ::GetTickCount() - m_dwOperationStart >= m_dwReceiveTimeout)
+    const DWORD receiveMs = m_dwTimeouts[kTimeoutCount - 1];
+    if (code == ERROR_INTERNET_CONNECTION_ABORTED && receiveMs && ::GetTickCount() - m_dwOperationStart >= receiveMs)
         return ERROR_INTERNET_TIMEOUT;
     return code;
-}
-
-bool CVnLinkhostWITransceiver::_hasStatusLine()
-{
-    std::string head;
-    return ReceiveHeadersSync(head, HTTP_QUERY_RAW_HEADERS_CRLF) == 0 && StartsWith(head, "HTTP/");
 }
 
 void CVnLinkhostWITransceiver::_readChallenge(HINTERNET hRequest)

@@ -18,6 +18,8 @@ class CVnLinkhostWITransceiver;
 
 // The header that carries a proxy login; a redirect takes it off again.
 constexpr const char* kProxyAuthorization = "Proxy-Authorization:";
+// Connect, send and receive: the platform's time-outs each session states.
+constexpr int kTimeoutCount = 3;
 
 // How a URL is split for the opening operations. The version is always empty.
 struct ConnectionParts {
@@ -116,8 +118,7 @@ private:
     // Wine ends a wait that ran into the receive time-out as an abort; what
     // Windows reports in that case is the time-out itself.
     DWORD _timeoutOrAbort(DWORD code) const;
-    // False when the response has no status line: Wine reads a connection
-    // that closed without an answer as "200 OK" with no header at all.
+    // Whether the response's raw head begins with a status line.
     bool _hasStatusLine();
 
     static void CALLBACK StatusCallback(HINTERNET hInternet, DWORD_PTR context, DWORD status, LPVOID info,
@@ -135,7 +136,9 @@ private:
     CVnAsyncRecord* m_pRecord = nullptr;
     vfc::TCriticalSection m_csRecord;
     VnProcessMonitor m_monitor;
-    DWORD m_dwReceiveTimeout = 0;   // of the current session, in ms
+    // Connect, send and receive time-outs of the current session, in ms,
+    // read when it opens; the receive time-out comes last.
+    DWORD m_dwTimeouts[kTimeoutCount] = {};
     DWORD m_dwOperationStart = 0;   // GetTickCount at the last _beginOperation
     ReceiveDataCallback m_lpfnReceiveDataCallback = nullptr;
     bool m_bProxyChanged = true;

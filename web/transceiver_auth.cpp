@@ -213,3 +213,9 @@ LONG CVnLinkhostWITransceiver::_authenticate()
     m_bAuthenticated = true;
     return 0;
 }
+
+bool CVnLinkhostWITransceiver::_hasStatusLine()
+{
+    std::string head;
+    return ReceiveHeadersSync(head, HTTP_QUERY_RAW_HEADERS_CRLF) == 0 && vn_http::HasStatusLine(head);
+}
