@@ -92,7 +92,7 @@ STDMETHODIMP CVnWebRequest::Execute(IVnWebResult** result)
     }
     if (!vn_http::HasStatusLine(raw)) {
         LogLine(vn_log::kError, kExecuteError, "Response without status line");
-        Transceiver()->AbandonInternetHandles();
+        Transceiver()->CloseAllInternetHandles();
         return VN_E_CONNECTION_LOST;
     }
     m_spResult->SetRawHeaders(raw);
@@ -279,9 +279,8 @@ HRESULT CVnWebRequest::_ErrorToHRESULT(LONG code)
     case 0:
         return S_OK;
     case WAIT_TIMEOUT:
-        // The client died or a wait ended: break whatever still runs, off
-        // this thread, since closing may read the rest of a body first.
-        Transceiver()->AbandonInternetHandles();
+        // The client died or a wait ended: break whatever still runs.
+        Transceiver()->CloseAllInternetHandles();
         TraceLine(vn_log::kInfo, "CVnWebRequest::_ErrorToHRESULT",
                   "m_ReceiveThreadWrapper->m_pWITransceiver->CloseAllInternetHandles");
         return E_FAIL;
