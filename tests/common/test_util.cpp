@@ -63,24 +63,29 @@ DWORD TChild::Wait(DWORD timeoutMs)
     return code;
 }
 
+TCapturedChild::TTempOutput::TTempOutput()
+{
+    char folder[MAX_PATH], name[MAX_PATH];
+    ::GetTempPathA(MAX_PATH, folder);
+    ::GetTempFileNameA(folder, "vnt", 0, name);
+    path = name;
+    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    file = ::CreateFileA(name, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, &inherit,
+                         CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+TCapturedChild::TTempOutput::~TTempOutput()
+{
+    ::CloseHandle(file);
+    ::DeleteFileA(path.c_str());
+}
+
 DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs)
 {
-    char folder[MAX_PATH], path[MAX_PATH];
-    ::GetTempPathA(MAX_PATH, folder);
-    ::GetTempFileNameA(folder, "vnt", 0, path);
-    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    HANDLE file = ::CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, CREATE_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL, nullptr);
-    DWORD code;
-    {
-        TChild child(commandLine, file);  // killed on leaving the scope if still running
-        code = child.Wait(timeoutMs);
-    }
-    code = code == STILL_ACTIVE ? 0xDEAD : code;
-    ::CloseHandle(file);
-    output = ReadWholeFile(path);
-    ::DeleteFileA(path);
-    return code;
+    TCapturedChild child(commandLine);  // killed on leaving the scope if still running
+    const DWORD code = child.Wait(timeoutMs);
+    output = child.Output();
+    return code == STILL_ACTIVE ? 0xDEAD : code;
 }
 
 DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs)

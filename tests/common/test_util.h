@@ -30,6 +30,25 @@ private:
     PROCESS_INFORMATION m_pi = {};
 };
 
+// A child whose stdout and stderr go to a temporary file that can be read
+// while it runs; killed, and the file removed, at the end.
+class TCapturedChild {
+public:
+    explicit TCapturedChild(const std::string& commandLine) : m_child(commandLine, m_output.file) {}
+    bool Running() const { return m_child.started() && ::WaitForSingleObject(m_child.handle(), 0) == WAIT_TIMEOUT; }
+    DWORD Wait(DWORD timeoutMs) { return m_child.Wait(timeoutMs); }
+    std::string Output() const { return ReadWholeFile(m_output.path); }
+
+private:
+    struct TTempOutput {
+        TTempOutput();
+        ~TTempOutput();
+        std::string path;
+        HANDLE file;
+    } m_output;
+    TChild m_child;
+};
+
 // Runs a command line for up to `timeoutMs` and gives its exit code (0xDEAD
 // if it had to be killed, ~0u if it could not start), and what it printed.
 DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs = 60000);

@@ -155,45 +155,10 @@ void OnThreads(int count, const std::function<void(int)>& work)
 
 // The fetch sample in a process of its own, reading the body without printing
 // it, with its output in a file that the test reads. Killed at the end.
-class TFetchClient {
+class TFetchClient : public TCapturedChild {
 public:
-    explicit TFetchClient(const std::string& url)
-    {
-        char folder[MAX_PATH], file[MAX_PATH];
-        GetTempPathA(MAX_PATH, folder);
-        GetTempFileNameA(folder, "vnf", 0, file);
-        m_output = file;
-        SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-        vfc::THandle out(CreateFileA(file, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                     &inherit, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-        STARTUPINFOA si = {};
-        si.cb = sizeof si;
-        si.dwFlags = STARTF_USESTDHANDLES;
-        si.hStdOutput = si.hStdError = out.get();
-        std::string line = Quoted(BinDir() + "\\fetch.exe") + " " + url + " --count";
-        PROCESS_INFORMATION pi = {};
-        // Under load Wine now and then refuses a start.
-        for (int attempt = 0; attempt < 5 && !pi.hProcess; ++attempt)
-            if (!CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi))
-                Sleep(200);
-        m_process.reset(pi.hProcess);
-        vfc::THandle thread(pi.hThread);
-    }
-    ~TFetchClient()
-    {
-        if (Running())
-            TerminateProcess(m_process.get(), 9);
-        if (m_process)
-            WaitForSingleObject(m_process.get(), 10000);
-        DeleteFileA(m_output.c_str());
-    }
-    bool Running() const { return m_process && WaitForSingleObject(m_process.get(), 0) == WAIT_TIMEOUT; }
+    explicit TFetchClient(const std::string& url) : TCapturedChild(Quoted(BinDir() + "\\fetch.exe") + " " + url + " --count") {}
     bool Answered() const { return Output().find("Status: 200") != std::string::npos; }
-    std::string Output() const { return ReadWholeFile(m_output); }
-
-private:
-    std::string m_output;
-    vfc::THandle m_process;
 };
 
 // Where a client is when it dies: `answered` clients have printed the status

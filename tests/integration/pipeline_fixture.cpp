@@ -166,6 +166,19 @@ std::string Pipeline::Body(IVnWebResult* result, HRESULT* status)
     return ReadAll(stream.get(), status);
 }
 
+Pipeline::TAnswer Pipeline::Answer(IVnWebRequest* request)
+{
+    TAnswer answer;
+    vfc::TComPtr<IVnWebResult> result;
+    answer.hr = request ? Execute(request, result) : E_POINTER;
+    if (answer.hr != S_OK)
+        return answer;
+    answer.code = Code(result.get());
+    answer.body = Body(result.get(), &answer.end);
+    answer.digest = Header(result.get(), L"X-Body-Sha256");
+    return answer;
+}
+
 HRESULT Pipeline::AddHeader(IVnWebRequest* request, const wchar_t* name, const std::wstring& value)
 {
     vfc::TBstr n(name), v(value);

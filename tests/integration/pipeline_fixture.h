@@ -61,6 +61,15 @@ protected:
     // Writes bytes to the request's stream (DataStream, then Write).
     static HRESULT WriteBody(IVnWebRequest* request, const std::string& bytes);
 
+    // What one Execute gave: its status, the result's code, the whole body,
+    // the status that ended the body and the origin's digest header.
+    struct TAnswer {
+        HRESULT hr = E_FAIL, end = E_FAIL;
+        LONG code = -1;
+        std::string body, digest;
+    };
+    static TAnswer Answer(IVnWebRequest* request);
+
     static vfc::TComPtr<IVnLinkhost> s_root;
 };
 
