@@ -2,6 +2,8 @@
 // register while it initialises.
 #include "host/root_object.h"
 
+#include "dialog/property_sheet.h"
+
 #include <comcat.h>
 #include <ocidl.h>
 
@@ -82,7 +84,7 @@ HRESULT CVnLinkhostObject::LoadCategoryObjects()
     }
 }
 
-STDMETHODIMP CVnLinkhostObject::XVnLinkhostExtendable::AddPropertyPage(IPropertyPage* page, int)
+STDMETHODIMP CVnLinkhostObject::XVnLinkhostExtendable::AddPropertyPage(IPropertyPage* page, int positionHint)
 {
     if (m_outer.m_bExtensionsClosed)
         return E_UNEXPECTED;
@@ -95,11 +97,11 @@ STDMETHODIMP CVnLinkhostObject::XVnLinkhostExtendable::AddPropertyPage(IProperty
         LogLine(vn_log::kErrorDec, "CVnLinkhostObject::AddPropertyPage", "Fail to get page info.", static_cast<int>(hr));
         return hr;
     }
+    const std::string title = info.pszTitle ? vfc::Narrow(std::wstring(info.pszTitle)) : std::string();
     ::CoTaskMemFree(info.pszTitle);
     ::CoTaskMemFree(info.pszDocString);
     ::CoTaskMemFree(info.pszHelpFile);
-    // Plug-in pages join the configuration dialog, which this build does not carry yet.
-    return E_NOTIMPL;
+    return m_outer.m_pSheet->InsertCustomPage(page, title, positionHint);
 }
 
 STDMETHODIMP CVnLinkhostObject::XVnLinkhostExtendable::AddEventSink(IVnLinkhostEventSink* sink)

@@ -1,5 +1,7 @@
 #include "host/root_object.h"
 
+#include "dialog/property_sheet.h"
+
 #include <cstring>
 #include <new>
 
@@ -28,7 +30,7 @@ HRESULT ToBstr(const std::wstring& text, BSTR* out)
 
 }  // namespace
 
-CVnLinkhostObject::CVnLinkhostObject() : m_extensions(GuidLess)
+CVnLinkhostObject::CVnLinkhostObject() : m_pSheet(new CVnLinkhostPropertySheet), m_extensions(GuidLess)
 {
     vfc::TVariant query(L"Version"), version;
     HRESULT hr = GetInfo(*query, version.get());
@@ -257,9 +259,20 @@ STDMETHODIMP CVnLinkhostObject::CheckDestinationReachable(BSTR destination, VARI
     return S_OK;
 }
 
-// The methods below belong to subsystems that this build does not carry yet:
-// the configuration dialog and the network monitors.
-STDMETHODIMP CVnLinkhostObject::ShowConfigurationDialog(LONG) { return E_NOTIMPL; }
+// The dialog edits a copy; the record is replaced, and saved, only when the
+// sheet ends with something applied. A second caller waits for the first.
+STDMETHODIMP CVnLinkhostObject::ShowConfigurationDialog(LONG hWndParent)
+{
+    vfc::TLock lock(m_csConfiguration);
+    if (m_pConfigurationData)
+        m_pSheet->WorkingCopy() = *m_pConfigurationData;
+    if (m_pSheet->ShowSheet(reinterpret_cast<HWND>(static_cast<LONG_PTR>(hWndParent))) == 1) {
+        m_pConfigurationData.reset(new (std::nothrow) CConfigData(m_pSheet->WorkingCopy()));
+        CVnLinkhostXMLConfigManager manager;
+        manager.SaveConfiguration(m_pConfigurationData.get());
+    }
+    return S_OK;
+}
 
 // Both run without a lock, like the keys: the record is only replaced when a
 // user confirms the dialog. A record made here because there was none stays

@@ -16,6 +16,8 @@
 #include "vfc/dispatch.h"
 #include "vnlinkhost.h"
 
+class CVnLinkhostPropertySheet;
+
 class CVnLinkhostObject
     : public vfc::TComObject<CVnLinkhostObject, vfc::TDispatchImpl<IVnLinkhost>, IVnLinkhostEventHandler> {
 public:
@@ -76,6 +78,8 @@ private:
     HRESULT LoadCategoryObjects();
 
     XVnLinkhostExtendable m_xExtendable{*this};
+    // Built once with the object; plug-ins add their pages while they initialise.
+    std::unique_ptr<CVnLinkhostPropertySheet> m_pSheet;
     std::unique_ptr<CConfigData> m_pConfigurationData;
     std::map<GUID, vfc::TComPtr<IUnknown>, bool (*)(const GUID&, const GUID&)> m_extensions;
     std::vector<vfc::TComPtr<IVnLinkhostEventSink>> m_eventSinks;

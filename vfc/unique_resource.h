@@ -5,6 +5,7 @@
 #include <winsock2.h>
 #include <windows.h>
 #include <wininet.h>
+#include <commctrl.h>
 
 #include <utility>
 
@@ -99,5 +100,6 @@ using TServiceHandle = TUniqueResource<TBoolCloseTraits<SC_HANDLE, ::CloseServic
 using TEventSource = TUniqueResource<TBoolCloseTraits<HANDLE, ::DeregisterEventSource>>;
 using TRegKey = TUniqueResource<TRegKeyTraits>;
 using TLocalMem = TUniqueResource<TLocalMemTraits>;
+using TImageList = TUniqueResource<TBoolCloseTraits<HIMAGELIST, ::ImageList_Destroy>>;
 
 }  // namespace vfc

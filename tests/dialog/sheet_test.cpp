@@ -1,0 +1,242 @@
+// The configuration sheet on a real display: shown on a thread of this
+// process and driven from the test's thread like a user would, and shown by
+// the real program with -c. The dial-up entries come from the stand-in
+// RASAPI32.DLL.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "dialog/dialog_ids.h"
+#include "dialog/property_sheet.h"
+#include "dialog/sheet_driver.h"
+#include "server/server_fixture.h"
+#include "settings/xml_config_manager.h"
+#include "tests/doubles/rasapi32/standin_registry.h"
+#include "tests/settings/config_file_support.h"
+#include "vfc/bstr.h"
+#include "vfc/com_object.h"
+#include "vfc/text.h"
+
+namespace {
+
+using vn_dialog_test::TSheet;
+
+class Sheet : public testing::Test {
+protected:
+    TSheet Show(const CConfigData& data)
+    {
+        m_sheet.WorkingCopy() = data;
+        m_thread = std::thread([this] {
+            m_threadId = ::GetCurrentThreadId();
+            m_result = m_sheet.ShowSheet(nullptr);
+        });
+        TSheet shown{vn_dialog_test::FindSheet()};
+        EXPECT_TRUE(shown.window) << "no sheet appeared";
+        ::AttachThreadInput(::GetCurrentThreadId(), m_threadId, TRUE);  // so that the test can give the focus
+        return shown;
+    }
+    INT_PTR Close(const TSheet& shown, int button = PSBTN_CANCEL)
+    {
+        shown.Press(button);
+        m_thread.join();
+        return m_result;
+    }
+    // Keystrokes into a field that has the focus, one at a time as typed.
+    void Type(HWND field, const std::string& keys)
+    {
+        ::SetFocus(field);
+        for (char key : keys)
+            ::SendMessageA(field, WM_CHAR, static_cast<unsigned char>(key), 0);
+    }
+    void TearDown() override
+    {
+        if (m_thread.joinable())
+            Close(TSheet{vn_dialog_test::FindSheet(0)});
+    }
+
+    CVnLinkhostPropertySheet m_sheet;
+    std::thread m_thread;
+    DWORD m_threadId = 0;
+    INT_PTR m_result = -2;
+};
+
+CConfigData Record(bool useSystem, int mode)
+{
+    CConfigData data;
+    data.SetDefaults();
+    data.m_UseSystemProxy = useSystem, data.m_ProxyMode = mode;
+    return data;
+}
+
+TEST_F(Sheet, ProxyPageEnablesTheModesAndTheirFieldsByTheSettings)
+{
+    // Use of the system's settings, mode; the mode buttons, the manual fields, the script field enabled.
+    const std::tuple<bool, int, bool, bool, bool> rows[] = {
+        {true, 2, false, false, false}, {false, 0, true, false, false}, {false, 1, true, false, false},
+        {false, 2, true, true, false},  {false, 3, true, false, true},
+    };
+    for (auto& [useSystem, mode, modes, manual, script] : rows) {
+        SCOPED_TRACE(testing::Message() << useSystem << " mode " << mode);
+        const TSheet shown = Show(Record(useSystem, mode));
+        EXPECT_EQ(std::make_tuple(useSystem, true, modes, modes),
+                  std::make_tuple(shown.Checked(IDC_USE_SYSTEM), shown.Checked(IDC_MODE_NONE + mode),
+                                  shown.Enabled(IDC_MODE_NONE), shown.Enabled(IDC_MODE_SCRIPT)));
+        for (int id : {IDC_ADDRESS, IDC_PORT, IDC_EXCLUDE, IDC_NO_LOCAL, IDC_EXAMPLE})
+            EXPECT_EQ(manual, shown.Enabled(id)) << id;
+        EXPECT_EQ(script, shown.Enabled(IDC_SCRIPT));
+        EXPECT_FALSE(shown.ApplyEnabled());
+        Close(shown);
+    }
+    // A click writes through at once, sets the enabling anew and marks the page.
+    const TSheet shown = Show(Record(false, 0));
+    shown.Click(IDC_MODE_MANUAL);
+    EXPECT_EQ(std::make_tuple(2, true, false, true),
+              std::make_tuple(m_sheet.WorkingCopy().m_ProxyMode, shown.Enabled(IDC_PORT), shown.Enabled(IDC_SCRIPT),
+                              shown.ApplyEnabled()));
+    EXPECT_EQ(1, Close(shown, PSBTN_OK));
+}
+
+TEST_F(Sheet, TypingWritesThroughAndAPortBeyondTheRangeIsMendedTo80WithAMessage)
+{
+    const TSheet shown = Show(Record(false, 2));
+    const HWND port = shown.Item(IDC_PORT);
+    ::SetFocus(shown.Item(IDC_ADDRESS));
+    ::SetWindowTextA(port, "");  // filled from code: nothing is written through
+    EXPECT_EQ(8080, m_sheet.WorkingCopy().m_ProxyPort);
+    Type(shown.Item(IDC_ADDRESS), "x");
+    EXPECT_EQ("xproxy", m_sheet.WorkingCopy().m_ProxyAddress);
+    Type(port, "7000");
+    EXPECT_EQ(7000, m_sheet.WorkingCopy().m_ProxyPort);
+    // The fifth digit brings the message, modal on the sheet's thread.
+    ::PostMessageA(port, WM_CHAR, '0', 0);
+    std::pair<HWND, HWND> box{shown.window, nullptr};  // the sheet, and another window of its thread
+    ASSERT_TRUE(vn_test::WaitUntil([&] {
+        ::EnumThreadWindows(m_threadId, [](HWND w, LPARAM found) {
+            auto& pair = *reinterpret_cast<std::pair<HWND, HWND>*>(found);
+            pair.second = w != pair.first && ::IsWindowVisible(w) ? w : pair.second;
+            return TRUE;
+        }, reinterpret_cast<LPARAM>(&box));
+        return box.second != nullptr;
+    }, 5000));
+    char text[256] = {};
+    ::GetDlgItemTextA(box.second, 0xFFFF, text, sizeof text);
+    EXPECT_STREQ("Der HTTP-Port ist ung\xFCltig und wird durch einen Standardwert ersetzt werden.", text);
+    ::PostMessageA(box.second, WM_COMMAND, IDOK, 0);
+    EXPECT_TRUE(vn_test::WaitUntil([&] { return !::IsWindow(box.second); }, 5000));
+    EXPECT_EQ("80", shown.Text(IDC_PORT));
+    EXPECT_EQ(80, m_sheet.WorkingCopy().m_ProxyPort);
+    Close(shown);
+}
+
+TEST_F(Sheet, ConnectionPageListsTheEntriesShowsTheDefaultAndRefusesOkWithNothingToDial)
+{
+    namespace si = vn_standin;
+    // Entries, use of the standard connection, the default entry; the entry selected, the default shown, the choices enabled.
+    const std::tuple<std::vector<std::string>, bool, const char*, const char*, const char*, bool> rows[] = {
+        {{"Office", "Home"}, false, "Home", "Home", "Home", true},
+        {{"Office", "Home"}, false, "", "Office", "keine", true},
+        {{"Office", "Home"}, false, "Gone", "Office", "Gone", true},
+        {{"Office", "Home"}, true, "Home", "Home", "Home", false},
+        {{}, false, "", "", "keine", false},
+    };
+    for (auto& [entries, useSystem, entry, selected, shownDefault, choices] : rows) {
+        SCOPED_TRACE(testing::Message() << entries.size() << " entries, default " << entry << ", system " << useSystem);
+        si::WriteList(si::kRasKey, "Entries", entries);
+        CConfigData data = Record(true, 0);
+        data.m_UseSystemConnection = useSystem, data.m_DefaultConnection = entry;
+        const TSheet shown = Show(data);
+        shown.Select(1);
+        const HWND tree = shown.Item(IDC_ENTRIES);
+        char text[64] = {};
+        TVITEMA item = {};
+        item.mask = TVIF_TEXT, item.pszText = text, item.cchTextMax = sizeof text;
+        item.hItem = reinterpret_cast<HTREEITEM>(::SendMessageA(tree, TVM_GETNEXTITEM, TVGN_CARET, 0));
+        ::SendMessageA(tree, TVM_GETITEMA, 0, reinterpret_cast<LPARAM>(&item));
+        EXPECT_EQ(std::make_tuple(std::string(selected), std::string(shownDefault), choices, choices, !useSystem),
+                  std::make_tuple(std::string(text), shown.Text(IDC_DEFAULT_ENTRY), shown.Enabled(IDC_SET_DEFAULT),
+                                  shown.Enabled(IDC_DIAL_ALWAYS), shown.Enabled(IDC_ENTRIES)));
+        if (choices) {
+            shown.Click(IDC_SET_DEFAULT);
+            EXPECT_EQ(std::make_tuple(std::string(selected), std::string(selected)),
+                      std::make_tuple(m_sheet.WorkingCopy().m_DefaultConnection, shown.Text(IDC_DEFAULT_ENTRY)));
+        }
+        shown.Press(PSBTN_OK);
+        ::Sleep(300);
+        EXPECT_EQ(entries.empty(), ::IsWindow(shown.window) != FALSE) << "OK with nothing to dial must be refused";
+        Close(shown);
+    }
+    ::RegDeleteTreeA(HKEY_CURRENT_USER, si::kRasKey);
+}
+
+// A plug-in's page that records what the sheet asks of it.
+class TFakePage : public vfc::TComObject<TFakePage, IPropertyPage> {
+public:
+    static constexpr bool LocksModule = false;
+    std::string calls;
+    HRESULT dirty = S_FALSE;
+    vfc::TComPtr<IPropertyPageSite> site;
+    STDMETHODIMP SetPageSite(IPropertyPageSite* s) override { calls += s ? "site;" : "nosite;"; site = s; return S_OK; }
+    STDMETHODIMP Activate(HWND parent, LPCRECT, BOOL) override { calls += parent ? "activate;" : "activate-null;"; return S_OK; }
+    STDMETHODIMP Deactivate() override { calls += "deactivate;"; return S_OK; }
+    STDMETHODIMP GetPageInfo(PROPPAGEINFO*) override { return E_NOTIMPL; }
+    STDMETHODIMP SetObjects(ULONG, IUnknown**) override { calls += "objects;"; return S_OK; }
+    STDMETHODIMP Show(UINT show) override { calls += "show" + std::to_string(show) + ";"; return S_OK; }
+    STDMETHODIMP Move(LPCRECT) override { calls += "move;"; return S_OK; }
+    STDMETHODIMP IsPageDirty() override { calls += "dirty?;"; return dirty; }
+    STDMETHODIMP Apply() override { calls += "apply;"; return S_OK; }
+    STDMETHODIMP Help(LPCOLESTR) override { return S_OK; }
+    STDMETHODIMP TranslateAccelerator(MSG*) override { return S_FALSE; }
+};
+
+TEST_F(Sheet, PluginPagesTakeTheirPlaceByHintAndAreAskedInTheirOrder)
+{
+    vfc::TComPtr<TFakePage> pages[4];
+    const std::pair<const char*, int> hints[] = {{"Vorn", -400}, {"Mitte", -250}, {"Hinten", 0}, {"Doppelt", -250}};
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(S_OK, vfc::CreateInto(pages[i]));
+        EXPECT_EQ(S_OK, m_sheet.InsertCustomPage(pages[i].get(), hints[i].first, hints[i].second));
+    }
+    EXPECT_EQ(E_POINTER, m_sheet.InsertCustomPage(nullptr, "Leer", 5));
+    for (HRESULT dirty : {S_FALSE, S_OK}) {
+        pages[0]->calls.clear(), pages[0]->dirty = dirty;
+        const TSheet shown = Show(Record(true, 0));
+        EXPECT_EQ((std::vector<std::string>{"Vorn", "Proxyeinstellungen", "Mitte", "Verbindungen", "Hinten"}), shown.Tabs());
+        EXPECT_EQ("site;activate;show5;", pages[0]->calls);  // the first tab is made at once
+        ASSERT_TRUE(pages[0]->site);
+        pages[0]->site->OnStatusChange(PROPPAGESTATUS_DIRTY);
+        EXPECT_TRUE(shown.ApplyEnabled());
+        pages[0]->site->OnStatusChange(PROPPAGESTATUS_VALIDATE);
+        EXPECT_FALSE(shown.ApplyEnabled());
+        EXPECT_EQ(1, Close(shown, PSBTN_OK));
+        EXPECT_EQ(std::string("site;activate;show5;dirty?;") + (dirty == S_OK ? "apply;" : "") + "nosite;deactivate;",
+                  pages[0]->calls);
+        EXPECT_EQ("", pages[1]->calls + pages[3]->calls) << "a tab never opened, and a page that lost its place";
+    }
+}
+
+// The real program: -c shows the sheet over the stored record; OK stores the
+// working copy, Cancel leaves the file alone.
+TEST(ConfigureRole, OkStoresWhatWasChangedAndCancelStoresNothing)
+{
+    for (int button : {PSBTN_CANCEL, PSBTN_OK}) {
+        vn_config_test::TConfigFilesGuard files;
+        vn_test::TChild program(vn_test::Quoted(vn_test::ServerExe()) + " -c");
+        TSheet shown{vn_dialog_test::FindSheet()};
+        ASSERT_TRUE(shown.window);
+        shown.Click(IDC_USE_SYSTEM);
+        shown.Press(button);
+        EXPECT_EQ(0u, program.Wait(10000));
+        CConfigData expected;
+        expected.SetDefaults();
+        expected.m_UseSystemProxy = false;
+        vfc::TBstr xml;
+        ASSERT_EQ(S_OK, CVnLinkhostXMLConfigManager().ConfigDataToXML(&expected, xml.put()));
+        std::string bytes;  // the file is written in text mode
+        for (char c : vfc::Narrow(xml.str()))
+            bytes += c == '\n' ? "\r\n" : std::string(1, c);
+        EXPECT_EQ(button == PSBTN_OK ? bytes : "<missing>",
+                  vn_config_test::ReadBytes(vn_config_test::PrimaryFile()));
+    }
+}
+
+}  // namespace
