@@ -6,10 +6,11 @@
 STDMETHODIMP CVnLogger::WriteLine(BSTR text)
 {
     vfc::TLock own(m_cs);
-    std::string narrow = vfc::Narrow(text ? text : L"", ::SysStringLen(text));
-    // The text becomes part of a format, so a '%' in it is read as a conversion.
-    std::string format = "[%s]  " + narrow;
-    std::string line = vfc::Format(format.c_str(), m_name.c_str());
-    LogLine(line.c_str());
+    // The name and the text go to the log as one message. The log's writer
+    // reads conversions in a message safely; handed over as a format of its
+    // own, a '%' in the text was read with no argument behind it and could
+    // bring the whole server down.
+    const std::string line = "[" + m_name + "]  " + vfc::Narrow(text ? text : L"", ::SysStringLen(text));
+    LogLine("%s", line.c_str());
     return S_OK;
 }
