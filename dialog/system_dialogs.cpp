@@ -10,16 +10,20 @@
 
 namespace {
 
-// Runs `work` on a thread of its own that owns the object; false if no thread started.
+template <typename T>
+unsigned __stdcall RunAndDelete(void* param)
+{
+    std::unique_ptr<T> owned(static_cast<T*>(param));
+    owned->Run();
+    return 0;
+}
+
+// Runs the object's Run on a thread of its own, which then owns and deletes
+// it; false, and the object still the caller's, if no thread started.
 template <typename T>
 bool RunDetached(std::unique_ptr<T>& object)
 {
-    auto entry = [](void* param) -> unsigned {
-        std::unique_ptr<T> owned(static_cast<T*>(param));
-        owned->Run();
-        return 0;
-    };
-    vfc::THandle thread(reinterpret_cast<HANDLE>(::_beginthreadex(nullptr, 0, entry, object.get(), 0, nullptr)));
+    vfc::THandle thread(reinterpret_cast<HANDLE>(::_beginthreadex(nullptr, 0, &RunAndDelete<T>, object.get(), 0, nullptr)));
     if (!thread)
         return false;
     object.release();
