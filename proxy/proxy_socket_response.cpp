@@ -165,8 +165,9 @@ HRESULT CVnProxySocket::SendRequestResult()
             // Waits without a limit of its own: a silent server holds the worker here.
             m_pPendingData = m_spResultStream->ReadFromQueue(count, &m_pendingSize, INFINITE);
             // A body that broke off must not look whole to the client: no
-            // last chunk, and the connection is closed at its end.
-            if (m_pendingSize < 0)
+            // last chunk, and the connection is closed at its end. (The
+            // stream of a HEAD answer reads as short against its length.)
+            if (m_pendingSize < 0 && m_framing != vn_proxy::FramingNone)
                 m_framing = vn_proxy::FramingUntilClose;
             if (m_framing == vn_proxy::FramingChunked && m_pendingSize > 0)
                 m_pPendingData = vn_proxy::FrameChunk(m_pPendingData.get(), m_pendingSize, m_pendingSize);

@@ -90,7 +90,9 @@ TBodyFraming ResponseFraming(const std::string& method, LONG status, bool hasCon
 {
     const bool bodiless = EqualsIgnoringCase(method, "HEAD") || (status >= 100 && status < 200) || status == 204 ||
                           status == 304;
-    if (bodiless || hasContentLength)
+    if (bodiless)
+        return FramingNone;
+    if (hasContentLength)
         return FramingAsIs;
     std::string coding(transferEncoding);
     ::CharLowerBuffA(&coding[0], static_cast<DWORD>(coding.size()));

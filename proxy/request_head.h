@@ -47,9 +47,10 @@ TRequestLineResult SplitRequestLine(const std::string& line, const char* host, s
 // pass through unchanged, may still announce chunks; and a body that the
 // server ended by closing has no other end that the client could see.
 enum TBodyFraming {
-    FramingAsIs = 0,       // a Content-Length, or no body at all
-    FramingChunked = 1,    // framed again as chunks, one for each piece
-    FramingUntilClose = 2  // the client's connection is closed at the end
+    FramingAsIs = 0,        // a Content-Length
+    FramingChunked = 1,     // framed again as chunks, one for each piece
+    FramingUntilClose = 2,  // the client's connection is closed at the end
+    FramingNone = 3         // no body at all: HEAD, 1xx, 204, 304
 };
 TBodyFraming ResponseFraming(const std::string& method, LONG status, bool hasContentLength,
                              const std::string& transferEncoding);
