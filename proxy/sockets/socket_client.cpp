@@ -29,4 +29,7 @@ CSocketSelect::CSocketSelect(const CSocket* s1, const CSocket* s2, DWORD mode)
         throw "Error in select";
 }
 
-bool CSocketSelect::Readable(const CSocket& s) const { return __WSAFDIsSet(s.GetSocket(), const_cast<fd_set*>(&m_fds)) != 0; }
+bool CSocketSelect::Readable(const CSocket& s) const
+{
+    return __WSAFDIsSet(s.GetSocket(), const_cast<fd_set*>(&m_fds)) != 0;
+}
