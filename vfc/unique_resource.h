@@ -94,6 +94,7 @@ struct TLocalMemTraits {
 
 using THandle = TUniqueResource<THandleTraits>;
 using TSocket = TUniqueResource<TSocketTraits>;
+using TWsaEvent = TUniqueResource<TBoolCloseTraits<WSAEVENT, ::WSACloseEvent>>;
 using TInternetHandle = TUniqueResource<TBoolCloseTraits<HINTERNET, ::InternetCloseHandle>>;
 using TModule = TUniqueResource<TBoolCloseTraits<HMODULE, ::FreeLibrary>>;
 using TServiceHandle = TUniqueResource<TBoolCloseTraits<SC_HANDLE, ::CloseServiceHandle>>;

@@ -1,6 +1,7 @@
 #include "web/session.h"
 
 #include "host/log.h"
+#include "proxy/web_proxy.h"
 #include "vfc/com_ptr.h"
 #include "web/request.h"
 
@@ -70,14 +71,24 @@ STDMETHODIMP CVnWebSession::CreateWebRequest(BSTR url, BSTR method, IVnWebReques
     return hr;
 }
 
-// The local proxy and tunnels are not part of this build yet.
 STDMETHODIMP CVnWebSession::CreateProxy(IVnWebProxy** object)
 {
-    if (object)
-        *object = nullptr;
-    return E_NOTIMPL;
+    if (!object)
+        return E_POINTER;
+    *object = nullptr;
+    vfc::TComPtr<CVnWebProxy> proxy;
+    HRESULT hr = CVnWebProxy::CreateInstance(proxy);
+    if (FAILED(hr))
+        return hr;
+    hr = proxy->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(object));
+    if (FAILED(hr))
+        return hr;
+    // The proxy goes with the client's process, like its requests.
+    proxy->WatchClient(m_monitor.GetProcessId());
+    return proxy->Init(*m_pWorkData, m_hWnd);
 }
 
+// Tunnels are not part of this build yet.
 STDMETHODIMP CVnWebSession::CreateTunnel(BSTR, LONG, IVnWebTunnel** object)
 {
     if (object)

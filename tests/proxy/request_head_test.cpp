@@ -1,0 +1,126 @@
+// What the local proxy makes of a client's bytes before the pipeline runs: the head collected read after read, the
+// request line split into method and URL, and how a response body is framed back.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "proxy/request_head.h"
+
+namespace {
+
+struct THeadCase {
+    std::vector<std::string> reads;
+    int result;  // of the last read
+    std::string head, fragment;
+};
+
+// Feeds the reads as the connection would get them; a read that completes the head is consumed.
+void Feed(CVnRequestHead& head, const THeadCase& c, int& result)
+{
+    for (const std::string& read : c.reads) {
+        std::unique_ptr<char[]> buffer(new char[read.size() + 1]);
+        read.copy(buffer.get(), read.size());
+        DWORD size = static_cast<DWORD>(read.size());
+        result = head.ParseRequestHead(buffer, size);
+        EXPECT_EQ(result == 0, !buffer && size == 0) << read;
+    }
+}
+
+TEST(RequestHead, IsCollectedFromReadsThatBeginWithAMethod)
+{
+    const THeadCase cases[] = {
+        {{"GET / HTTP/1.1\r\nHost: a\r\n\r\n"}, 0, "GET / HTTP/1.1\r\nHost: a\r\n", ""},
+        {{"GET / HT", "TP/1.1\r\nHost: a\r\n", "\r\n"}, 0, "GET / HTTP/1.1\r\nHost: a\r\n", ""},
+        {{"GET / HTTP/1.1\r\n"}, 1, "GET / HTTP/1.1\r\n", ""},
+        {{"POST / HTTP/1.1\r\nContent-Length: 3\r\n\r\nabc"}, 0, "POST / HTTP/1.1\r\nContent-Length: 3\r\n", "abc"},
+        {{"POST / HTTP/1.1\r\nA: b\r\n\r", "\nxyz"}, 0, "POST / HTTP/1.1\r\nA: b\r\n", "xyz"},
+        {{"GET / HTTP/1.0\nHost: a\n\nrest"}, 0, "GET / HTTP/1.0\nHost: a\n", "rest"},
+        // Two line feeds are looked for first, even in a body behind a CR-LF head.
+        {{"PUT / HTTP/1.1\r\nA: b\r\n\r\nx\n\ny"}, 0, "PUT / HTTP/1.1\r\nA: b\r\n\r\nx\n", "y"},
+        // A read that begins with a method starts over.
+        {{"GET /a HTTP/1.1\r\n", "DELETE /b HTTP/1.1\r\n\r\n"}, 0, "DELETE /b HTTP/1.1\r\n", ""},
+        // Capitals as written, and the whole name in the first read: anything else is dropped.
+        {{"get / HTTP/1.1\r\n\r\n"}, 1, "", ""},
+        {{"GE", "T / HTTP/1.1\r\n\r\n"}, 1, "", ""},
+        {{"\x16\x03\x01 hello", "CONNECT h:443 HTTP/1.1\r\n\r\n"}, 0, "CONNECT h:443 HTTP/1.1\r\n", ""},
+    };
+    for (const THeadCase& c : cases) {
+        CVnRequestHead head;
+        int result = -1;
+        Feed(head, c, result);
+        EXPECT_EQ(c.result, result) << c.reads[0];
+        EXPECT_EQ(c.head, head.m_strHead) << c.reads[0];
+        EXPECT_EQ(c.fragment, std::string(head.m_bodyFragment.begin(), head.m_bodyFragment.end())) << c.reads[0];
+        EXPECT_EQ(c.result == 0 ? c.fragment.size() : 0u, head.m_bodyReceived) << c.reads[0];
+    }
+}
+
+TEST(RequestHead, TheNextHeadReplacesTheFragmentOfTheLast)
+{
+    CVnRequestHead head;
+    int result = -1;
+    Feed(head, {{"POST / HTTP/1.1\r\n\r\nold", "GET /next HTTP/1.1\r\n\r\n"}, 0, "", ""}, result);
+    EXPECT_EQ("GET /next HTTP/1.1\r\n", head.m_strHead);
+    EXPECT_TRUE(head.m_bodyFragment.empty());
+}
+
+TEST(RequestLine, GivesTheMethodAndAnAbsoluteUrl)
+{
+    const struct {
+        const char *line, *host;
+        vn_proxy::TRequestLineResult result;
+        const char *method, *url;
+    } cases[] = {
+        {"GET http://h:1/p?q HTTP/1.1", "other", vn_proxy::RequestLineOk, "GET", "http://h:1/p?q"},
+        {"POST /p HTTP/1.1", "h:8", vn_proxy::RequestLineOk, "POST", "http://h:8/p"},
+        {"GET  /p  HTTP/1.0", "h", vn_proxy::RequestLineOk, "GET", "http://h/p"},
+        {"GET /a/HTTPdoc HTTP/1.1", "h", vn_proxy::RequestLineOk, "GET", "http://h/a/"},
+        {"CONNECT h:443 HTTP/1.1", nullptr, vn_proxy::RequestLineOk, "CONNECT", "h:443"},
+        {"GET /p HTTP/1.1", nullptr, vn_proxy::RequestLineNoHost, "GET", "/p"},
+        {"GET", "h", vn_proxy::RequestLineNoBlank, "", ""},
+    };
+    for (const auto& c : cases) {
+        std::string method, url;
+        EXPECT_EQ(c.result, vn_proxy::SplitRequestLine(c.line, c.host, method, url)) << c.line;
+        EXPECT_EQ(c.method, method) << c.line;
+        EXPECT_EQ(c.url, url) << c.line;
+    }
+}
+
+TEST(ResponseFraming, FollowsTheMethodTheStatusAndTheHeaders)
+{
+    const struct {
+        const char* method;
+        LONG status;
+        bool length;
+        const char* coding;
+        vn_proxy::TBodyFraming framing;
+    } cases[] = {
+        {"HEAD", 200, true, "chunked", vn_proxy::FramingNone},
+        {"GET", 204, false, "", vn_proxy::FramingNone},
+        {"GET", 304, false, "", vn_proxy::FramingNone},
+        {"GET", 101, false, "", vn_proxy::FramingNone},
+        {"GET", 200, true, "", vn_proxy::FramingAsIs},
+        {"POST", 500, false, "Chunked", vn_proxy::FramingChunked},
+        {"GET", 200, false, "", vn_proxy::FramingUntilClose},
+        {"GET", 200, false, "gzip", vn_proxy::FramingUntilClose},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.framing, vn_proxy::ResponseFraming(c.method, c.status, c.length, c.coding)) << c.method << c.status;
+}
+
+TEST(ResponseFraming, FramesEachPieceAsOneChunk)
+{
+    const std::string piece(300, 'x');
+    for (const std::string& bytes : {std::string("abc"), piece, std::string()}) {
+        LONG size = 0;
+        const auto* data = reinterpret_cast<const BYTE*>(bytes.data());
+        auto framed = vn_proxy::FrameChunk(data, static_cast<LONG>(bytes.size()), size);
+        char line[16];
+        snprintf(line, sizeof line, "%zX\r\n", bytes.size());
+        EXPECT_EQ(line + bytes + "\r\n", std::string(reinterpret_cast<const char*>(framed.get()), size));
+    }
+}
+
+}  // namespace
