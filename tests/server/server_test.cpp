@@ -227,6 +227,7 @@ TEST_F(Server, SecondServerGivesUpAfterTenSecondsOrTakesOverWhenTheFirstGoes)
 }
 
 const char* const kService = "Velorin Linkhost";
+const std::string kServiceKey = std::string("System\\CurrentControlSet\\Services\\") + kService;  // the manager's record
 
 // Installed as a service by -s; back to a plain local server at the end.
 class Service : public Server {
@@ -256,30 +257,13 @@ protected:
     }
 };
 
-TEST_F(Service, InstallWritesLocalServiceAndTheEmbeddingCommandLineAndRegisterOrUnregisterUndoIt)
+TEST_F(Service, InstallsWithTheEmbeddingLineServesOutlivesItsClientsEndsOnAnAgreedStopAndIsUndoneByRegisterOrUnregister)
 {
     ASSERT_EQ(0u, RunServer("-s"));
     EXPECT_EQ(kService, RegText(HKEY_CLASSES_ROOT, "AppID\\" + kAppId, "LocalService"));
-    char buffer[8192];
-    auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGA*>(buffer);
-    DWORD needed = 0;
-    vfc::TServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    vfc::TServiceHandle service(OpenServiceA(manager.get(), kService, SERVICE_QUERY_CONFIG));
-    ASSERT_TRUE(QueryServiceConfigA(service.get(), config, sizeof buffer, &needed));
-    EXPECT_EQ(Quoted(ServerExe()) + "  -e", config->lpBinaryPathName);
+    EXPECT_EQ(Quoted(ServerExe()) + "  -e", RegText(HKEY_LOCAL_MACHINE, kServiceKey, "ImagePath"));
     EXPECT_EQ(static_cast<DWORD>(SERVICE_STOPPED), State()) << "installing starts nothing";
-    service.reset();
 
-    ASSERT_EQ(0u, RunServer("-r"));
-    EXPECT_EQ(0u, State()) << "the service is gone";
-    EXPECT_EQ("<missing>", RegText(HKEY_CLASSES_ROOT, "AppID\\" + kAppId, "LocalService"));
-    ASSERT_EQ(0u, RunServer("-s"));
-    ASSERT_EQ(0u, RunServer("-u"));
-    EXPECT_EQ(0u, State()) << "the service is gone";
-}
-
-TEST_F(Service, ServesOutlivesItsClientsAndEndsOnAStopThatTheSinksAgreeTo)
-{
     auto host = StartAndConnect();
     ASSERT_TRUE(host);
     vfc::TVariant query(L"Version"), version;
@@ -299,6 +283,13 @@ TEST_F(Service, ServesOutlivesItsClientsAndEndsOnAStopThatTheSinksAgreeTo)
     EXPECT_TRUE(server.WaitGone(5000));
     EXPECT_TRUE(WaitUntil([] { return State() == SERVICE_STOPPED; }, 5000));
     host.detach();  // its server is gone
+
+    ASSERT_EQ(0u, RunServer("-r"));
+    EXPECT_EQ(0u, State()) << "the service is gone";
+    EXPECT_EQ("<missing>", RegText(HKEY_CLASSES_ROOT, "AppID\\" + kAppId, "LocalService"));
+    ASSERT_EQ(0u, RunServer("-s"));
+    ASSERT_EQ(0u, RunServer("-u"));
+    EXPECT_EQ(0u, State()) << "the service is gone";
 }
 
 // Ends with a process terminated from outside, which leaves a stale class
