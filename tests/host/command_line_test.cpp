@@ -59,10 +59,10 @@ TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
     for (const auto& row : rows)
         for (const std::string& arguments : row.arguments)
             EXPECT_EQ(row.outcome, Choose(("VnLinkhost.exe " + arguments).c_str())) << arguments;
-    const char* const whole[][2] = {  // the first word is the program, whatever it looks like
-        {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", "Role 6"}, {"'C:\\a b\\x.exe'\t/embedding", "Role 6"},
-        {"-e", "NoRole"}, {"", "NoRole"}, {"0VnLinkhost.exe -e", "Leftover"}, {"\"C:\\VnLinkhost.exe -e", "Leftover"},
-        {"'VnLinkhost.exe -e", "Leftover"}, {nullptr, "Leftover"}};
+    // The first word is the program, whatever it looks like; a line the tokenizer refuses is left over.
+    const char* const whole[][2] = {
+        {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", "Role 6"}, {"-e", "NoRole"}, {"", "NoRole"},
+        {"0VnLinkhost.exe -e", "Leftover"}, {nullptr, "Leftover"}};
     for (const auto& row : whole)
         EXPECT_EQ(row[1], Choose(row[0])) << (row[0] ? row[0] : "null");
 }

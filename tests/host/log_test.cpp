@@ -3,7 +3,6 @@
 
 #include <windows.h>
 #include <shellapi.h>
-#include <shlobj.h>
 
 #include <regex>
 #include <vector>
@@ -12,17 +11,11 @@
 #include "host/log.h"
 #include "host/logger.h"
 #include "host/module.h"
+#include "tests/settings/config_file_support.h"
 #include "vfc/bstr.h"
 #include "vfc/com_ptr.h"
 
 namespace {
-
-std::string Velorin()
-{
-    char base[MAX_PATH] = {};
-    SHGetFolderPathA(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, base);
-    return std::string(base) + "\\Velorin";
-}
 
 // The messages written since `offset`, each checked for its head and CR LF; a message's further lines come with '+'.
 std::vector<std::string> MessagesSince(size_t offset)
@@ -68,12 +61,15 @@ TEST(LogFile, LinesGoInWithTheirHeadFormattedTwiceAndTracesNever)
                                             "0x done 100% rate 0 0|",
                                         "first", "+second", "[Plug]  ", "[Plug]  ran 3 jobs"}),
               MessagesSince(start));
+    const SYSTEMTIME t = {2026, 3, 0, 4, 5, 6, 9, 7};  // the head exactly, its milliseconds padded to four digits
+    EXPECT_EQ("[2026-03-04 05:06:09.0007] pID 12 tID 345 hello", vn_log::BuildEntry(t, 12, 345, "hello"));
 }
 
 TEST(LogFile, ReadOnlyIsClearedAndMissingFoldersAreMade)
 {
     LogLine("%s", "start");
-    const std::string path = Velorin() + "\\VnLinkhost\\Konfiguration\\VnLinkhost.log", tree = Velorin() + '\0';
+    const std::string folder = vn_config_test::VelorinFolder(), tree = folder + '\0';
+    const std::string path = folder + "\\VnLinkhost\\Konfiguration\\VnLinkhost.log";
     ASSERT_TRUE(SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
     const size_t start = vn_test::LogSize();
     LogLine("%s", "after read-only");
@@ -81,14 +77,7 @@ TEST(LogFile, ReadOnlyIsClearedAndMissingFoldersAreMade)
     EXPECT_EQ(std::vector<std::string>{"after read-only"}, MessagesSince(start));
     SHFILEOPSTRUCTA remove = {nullptr, FO_DELETE, tree.c_str(), nullptr, FOF_NO_UI, FALSE, nullptr, nullptr};
     SHFileOperationA(&remove);
-    ASSERT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(Velorin().c_str()));
+    ASSERT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(folder.c_str()));
     LogLine("%s", "into a fresh folder");
     EXPECT_EQ(std::vector<std::string>{"into a fresh folder"}, MessagesSince(0));
-
-}
-
-TEST(LogEntry, HeadIsPaddedMillisecondsToFourDigits)
-{
-    const SYSTEMTIME t = {2026, 3, 0, 4, 5, 6, 9, 7};
-    EXPECT_EQ("[2026-03-04 05:06:09.0007] pID 12 tID 345 hello", vn_log::BuildEntry(t, 12, 345, "hello"));
 }

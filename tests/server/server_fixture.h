@@ -57,13 +57,4 @@ inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
     return server.WaitGone(ms);
 }
 
-// Ends a server that an earlier test left running.
-inline void EndServer()
-{
-    if (TServerProcess().alive()) {
-        auto host = CreateRoot();
-        ShutDownServer(host);
-    }
-}
-
 }  // namespace vn_test

@@ -11,12 +11,14 @@
 
 namespace vn_config_test {
 
-inline std::string FolderFile(int csidl)
+// The product's folder in the local or (with CSIDL_APPDATA) the roaming profile.
+inline std::string VelorinFolder(int csidl = CSIDL_LOCAL_APPDATA)
 {
     char base[MAX_PATH] = {};
     ::SHGetFolderPathA(nullptr, csidl | CSIDL_FLAG_CREATE, nullptr, 0, base);
-    return std::string(base) + "\\Velorin\\VnLinkhost\\Konfiguration\\VnLinkhost.xml";
+    return std::string(base) + "\\Velorin";
 }
+inline std::string FolderFile(int csidl) { return VelorinFolder(csidl) + "\\VnLinkhost\\Konfiguration\\VnLinkhost.xml"; }
 inline std::string PrimaryFile() { return FolderFile(CSIDL_LOCAL_APPDATA); }
 inline std::string SecondaryFile() { return FolderFile(CSIDL_APPDATA); }
 inline bool FileExists(const std::string& path) { return !(::GetFileAttributesA(path.c_str()) & FILE_ATTRIBUTE_DIRECTORY); }

@@ -1,5 +1,6 @@
 // The queue streams and their parts: the interlocked buffer, bounded where a writer waits for room; the process
 // monitor, whose waits end with a real client's death; the read side to the client and the write side from it.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -204,7 +205,7 @@ TEST(QueueStreams, CallsGiveTheirBytesCountsEndsTimeOutsLinesAndRefusals)
     }
 }
 
-TEST(ReadStream, ABodyFarAboveTheBoundArrivesWholeInOrderAndBounded)
+TEST(QueueStreams, ABodyFarAboveTheBoundGoesWholeInOrderBoundedOnTheReadSideAndWithoutWaitOnTheWriteSide)
 {
     for (LONG block : {kChunk, 6 * kLimit + 17}) {  // as the receive callback writes, and in one write
         auto stream = New<CVnQueueReadStream>();
@@ -224,6 +225,11 @@ TEST(ReadStream, ABodyFarAboveTheBoundArrivesWholeInOrderAndBounded)
         EXPECT_LE(largest, kLimit);
         EXPECT_EQ(-1, Available(stream.get()));
     }
+    auto cache = New<CVnQueueWriteStream>();  // a request's body, cached whole
+    const std::string body = Pattern(4 * kLimit + 3, 21);
+    TCall writer([&] { Put(cache.get(), body); });
+    EXPECT_TRUE(WaitUntil([&] { return writer.done.load(); }, 20000));
+    EXPECT_TRUE(Take(cache.get()) == body);  // which also frees a writer that wrongly waits
 }
 
 TEST(ReadStream, AWaitingReaderIsWokenByDataAndByTheEndOfTheBody)
@@ -268,22 +274,15 @@ TEST(ReadStream, ReleaseFreesAReceiveThreadBlockedOnAFullQueueBeforeJoiningIt)
 TEST(InterlockedBuffer, RefusesABadChunkSizeAndNullData)
 {
     for (DWORD chunk : {DWORD(0), DWORD(kLimit + 1)})
-        try {
-            InterlockedBuffer(kLimit, true, false, chunk);
-            ADD_FAILURE() << "chunk size " << chunk << " taken";
-        } catch (const std::range_error& e) {
-            EXPECT_STREQ("InterlockedBuffer::ctor: maxChunkSize must be != 0 and <= dwMaxSize", e.what());
-        }
+        EXPECT_THAT([chunk] { InterlockedBuffer(kLimit, true, false, chunk); },
+                    testing::ThrowsMessage<std::range_error>("InterlockedBuffer::ctor: maxChunkSize must be != 0 and <= dwMaxSize"))
+            << "chunk size " << chunk;
     InterlockedBuffer buffer(kLimit, true, false, kLimit);  // a chunk may be as large as the limit
     BYTE byte = 0;
     EXPECT_EQ(0u, buffer.Read(&byte, 1));  // an empty buffer gives nothing at once
-    EXPECT_THROW(buffer.Write(nullptr, 1), std::invalid_argument);
-    try {
-        buffer.Read(nullptr, 1);
-        ADD_FAILURE() << "null target taken";
-    } catch (const std::invalid_argument& e) {
-        EXPECT_STREQ("InterlockedBuffer::Write called with pbData == NULL", e.what());  // Write's words on both sides
-    }
+    const auto nullData = testing::ThrowsMessage<std::invalid_argument>("InterlockedBuffer::Write called with pbData == NULL");
+    EXPECT_THAT([&] { buffer.Write(nullptr, 1); }, nullData);
+    EXPECT_THAT([&] { buffer.Read(nullptr, 1); }, nullData);  // Write's words on both sides
 }
 
 TEST(InterlockedBuffer, AWaitingWriterIsFreedByRoomForAWholeChunkOrByDrain)
@@ -331,13 +330,4 @@ TEST(ClientDeath, EndsMonitorWaitsAWaitingBufferWriteAndTheStreamsWaits)
     EXPECT_EQ(-1, Available(reading.get()));
     EXPECT_EQ(kLimit, Available(writing.get()));  // what was queued stays, in the stream as in the buffer
     EXPECT_EQ(DWORD(kLimit), full.buffer.GetSize());
-}
-
-TEST(WriteStream, ABodyOfAnySizeIsCachedWithoutWaiting)
-{
-    auto stream = New<CVnQueueWriteStream>();
-    const std::string body = Pattern(4 * kLimit + 3, 21);
-    TCall writer([&] { Put(stream.get(), body); });
-    EXPECT_TRUE(WaitUntil([&] { return writer.done.load(); }, 20000));
-    EXPECT_TRUE(Take(stream.get()) == body);  // which also frees a writer that wrongly waits
 }

@@ -4,6 +4,7 @@
 
 #include "xml/vn_document.h"
 
+#include <memory>
 #include <vector>
 
 using namespace vn_xml_test;
@@ -73,11 +74,16 @@ TEST(VnNodeTree, ExactAttributesOwnedChildrenAndTheFirstOrEveryNodeOfANameInDocu
     EXPECT_EQ("a;x;x;b;", deleted);  // in document order
 }
 
-TEST(VnDocumentWrite, IndentAndWriteMarkupInValuesAndAttributesAsEntitiesThatReadBack)
+TEST(VnDocumentWrite, IndentAndMarkupAsEntitiesThatReadBackUnderTheHeadAndAReplacedRootLeftToTheCaller)
 {
     VnDocument doc;
     EXPECT_EQ("", Written(doc, "\t"));  // no root, nothing at all
-    auto* root = new VnNode("a");
+    doc.SetHead("custom");
+    doc.Clear();  // without a root the head stays
+    EXPECT_EQ("custom", doc.GetHead());
+    doc.SetHead("");  // the default, written below
+    std::string deleted;
+    auto* root = new Tracked("a", deleted);
     doc.SetRoot(root);
     root->AddChild("b")->AddChild("c")->AddChild("d")->SetValue("x");
     EXPECT_EQ(kHead + "\n<a>\n..<b>\n....<c>\n......<d>x</d>\n....</c>\n..</b>\n</a>\n", Written(doc, ".."));
@@ -94,6 +100,10 @@ TEST(VnDocumentWrite, IndentAndWriteMarkupInValuesAndAttributesAsEntitiesThatRea
     EXPECT_EQ("a\"<&>b|c=</c><d>x & y</d><c>;", again.GetRoot()->GetAttribute("k") + "|" + Names(again.GetRoot()->GetChildren()));
     root->SetAttribute("k", "");
     EXPECT_EQ(kHead + "<a k = \"\">v<c>&lt;/c&gt;&lt;d&gt;x &amp; y&lt;/d&gt;&lt;c&gt;</c></a>", Written(doc, ""));
+    const std::unique_ptr<VnNode> old(root);
+    doc.SetRoot(new Tracked("z", deleted));  // the old root is left to the caller
+    doc.Clear();
+    EXPECT_EQ("z; 1 ", deleted + " " + std::to_string(doc.IsEmpty()) + " " + doc.GetHead());
 }
 
 TEST(VnDocumentLoad, DocumentsLoadAsDesigned)
@@ -155,20 +165,4 @@ TEST(VnDocumentRoundTrip, FilesComeBackWithOnlyTheHeadRequoted)
     ASSERT_EQ("", Load(deep, open + "x" + close));
     EXPECT_EQ(nullptr, deep.GetRoot()->FindNode("missing"));
     EXPECT_EQ(kHead + open + "x" + close, Written(deep, ""));
-}
-
-TEST(VnDocumentState, AnEmptyHeadIsTheDefaultAndClearNeedsARoot)
-{
-    VnDocument doc;
-    doc.SetHead("custom");
-    doc.Clear();  // without a root the head stays
-    EXPECT_EQ("custom", doc.GetHead());
-    doc.SetHead("");
-    EXPECT_EQ(kHead, doc.GetHead());
-    std::string deleted;
-    Tracked first("first", deleted);
-    doc.SetRoot(&first);
-    doc.SetRoot(new Tracked("second", deleted));  // the old root is left to the caller
-    doc.Clear();
-    EXPECT_EQ("second; 1 ", deleted + " " + std::to_string(doc.IsEmpty()) + " " + doc.GetHead());
 }

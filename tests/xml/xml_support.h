@@ -4,10 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include "common/test_util.h"
 #include "xml/xml_pull_parser.h"
 
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 
@@ -41,8 +40,7 @@ std::string FailureOf(Action action)
 inline std::string DataFile(const std::string& name)
 {
     const std::string here = __FILE__;
-    std::ifstream in((here[0] == '/' ? "Z:" : "") + here.substr(0, here.find_last_of("/\\")) + "/data/" + name, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return vn_test::ReadWholeFile((here[0] == '/' ? "Z:" : "") + here.substr(0, here.find_last_of("/\\")) + "/data/" + name);
 }
 
 }  // namespace vn_xml_test
