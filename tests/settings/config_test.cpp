@@ -214,6 +214,8 @@ TEST(ConfigKeys, ReachTheirOwnFieldsOrTheWholeRecordAsTextAndUnknownKeysFailWith
     EXPECT_EQ(Fields(expected), Fields(all));
     CConfigData copy;  // the whole record as the file's text, widened, and set back over another record narrowed
     ASSERT_EQ(S_OK, vn_config::SetValue(copy, L"_xmlconfig", Get(Unusual(), L"_xmlconfig")));
+    EXPECT_EQ(std::make_tuple(S_FALSE, VN_E_CONFIG_XML), std::make_tuple(vn_config::SetValue(copy, L"_xmlconfig", L"words"),
+              vn_config::SetValue(copy, L"_xmlconfig", L"<c><Proxy><Address>a&b</Address></Proxy></c>")));  // neither changes it
     EXPECT_EQ(Fields(Unusual()), Fields(copy));
     EXPECT_NE(std::wstring::npos, Get(copy, L"_xmlconfig").find(L">B\u00FCro-ISDN<"));
 
