@@ -370,5 +370,6 @@ extern "C" HRESULT WINAPI DllUnregisterServer()
 {
     for (const CLSID& clsid : kOwnClasses)
         ::RegDeleteTreeA(HKEY_CLASSES_ROOT, Key(clsid).c_str());
-    return HRESULT_FROM_WIN32(::RegDeleteTreeA(HKEY_CLASSES_ROOT, (Key(CLSID_WbemLocator) + "\\TreatAs").c_str()));
+    ::RegDeleteTreeA(HKEY_CLASSES_ROOT, (Key(CLSID_WbemLocator) + "\\TreatAs").c_str());
+    return S_OK;
 }
