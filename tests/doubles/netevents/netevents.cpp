@@ -19,9 +19,9 @@ using vn_netevents::kKey;
 
 #define VN_NOTIMPL(name, ...) \
     STDMETHODIMP name(__VA_ARGS__) override { return E_NOTIMPL; }
-#define VN_NODISPATCH                                                                     \
-    VN_NOTIMPL(GetTypeInfoCount, UINT*) VN_NOTIMPL(GetTypeInfo, UINT, LCID, ITypeInfo**) \
-    VN_NOTIMPL(GetIDsOfNames, REFIID, LPOLESTR*, UINT, LCID, DISPID*)                     \
+#define VN_NODISPATCH                                                                                              \
+    VN_NOTIMPL(GetTypeInfoCount, UINT*) VN_NOTIMPL(GetTypeInfo, UINT, LCID, ITypeInfo**)                          \
+    VN_NOTIMPL(GetIDsOfNames, REFIID, LPOLESTR*, UINT, LCID, DISPID*)                                              \
     VN_NOTIMPL(Invoke, DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*)
 
 template <typename D, typename... I>
@@ -42,8 +42,8 @@ vfc::TCriticalSection g_cs;
 std::vector<TStored> g_subscriptions;
 std::vector<std::string> g_queries;
 vfc::TComPtr<IWbemObjectSink> g_wmiSink;
-vfc::THandle g_raiser, g_stop(::CreateEventA(nullptr, TRUE, FALSE, nullptr));
 
+// Writes down what the stand-ins hold; call with g_cs held.
 void Publish()
 {
     std::vector<std::string> rows;
@@ -104,9 +104,9 @@ struct TEvent : TObject<TEvent, IWbemClassObject> {
     VN_NOTIMPL(CompareTo, LONG, IWbemClassObject*) VN_NOTIMPL(GetPropertyOrigin, LPCWSTR, BSTR*)
     VN_NOTIMPL(InheritsFrom, LPCWSTR) VN_NOTIMPL(GetMethod, LPCWSTR, LONG, IWbemClassObject**, IWbemClassObject**)
     VN_NOTIMPL(PutMethod, LPCWSTR, LONG, IWbemClassObject*, IWbemClassObject*) VN_NOTIMPL(DeleteMethod, LPCWSTR)
-    VN_NOTIMPL(BeginMethodEnumeration, LONG) VN_NOTIMPL(NextMethod, LONG, BSTR*, IWbemClassObject**, IWbemClassObject**)
-    VN_NOTIMPL(EndMethodEnumeration) VN_NOTIMPL(GetMethodQualifierSet, LPCWSTR, IWbemQualifierSet**)
-    VN_NOTIMPL(GetMethodOrigin, LPCWSTR, BSTR*)
+    VN_NOTIMPL(BeginMethodEnumeration, LONG)
+    VN_NOTIMPL(NextMethod, LONG, BSTR*, IWbemClassObject**, IWbemClassObject**) VN_NOTIMPL(EndMethodEnumeration)
+    VN_NOTIMPL(GetMethodQualifierSet, LPCWSTR, IWbemQualifierSet**) VN_NOTIMPL(GetMethodOrigin, LPCWSTR, BSTR*)
 
     std::wstring m_class;
 };
@@ -127,41 +127,19 @@ HRESULT Indicate(const std::vector<std::string>& request)
     return sink ? sink->Indicate(static_cast<LONG>(objects.size()), objects.data()) : HRESULT(WBEM_E_CALL_CANCELLED);
 }
 
-// Raises what a test asks for, on this thread of the stand-ins, while anyone listens.
+// Raises what a test asks for, on a thread of the stand-ins that lives as long as the process.
 DWORD WINAPI Raiser(LPVOID)
 {
     ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     const vfc::THandle raise(::CreateEventA(nullptr, FALSE, FALSE, vn_netevents::kRaise));
     const vfc::THandle raised(::CreateEventA(nullptr, FALSE, FALSE, vn_netevents::kRaised));
-    const HANDLE waits[] = {g_stop.get(), raise.get()};
-    while (::WaitForMultipleObjects(2, waits, FALSE, INFINITE) == WAIT_OBJECT_0 + 1) {
+    while (::WaitForSingleObject(raise.get(), INFINITE) == WAIT_OBJECT_0) {
         const auto request = vn_standin::ReadList(kKey, "Raise");
         const HRESULT hr = request.empty() ? E_INVALIDARG : request[0] == "Indicate" ? Indicate(request) : Fire(request);
         vn_standin::WriteDword(kKey, "Result", static_cast<DWORD>(hr));
         ::SetEvent(raised.get());
     }
-    ::CoUninitialize();
     return 0;
-}
-
-// Publishes the state and runs the raiser while there is a subscription or a query.
-void Changed()
-{
-    vfc::THandle ending;
-    {
-        vfc::TLock lock(g_cs);
-        Publish();
-        const bool listening = !g_subscriptions.empty() || g_wmiSink;
-        if (listening && !g_raiser) {
-            ::ResetEvent(g_stop.get());
-            g_raiser.reset(::CreateThread(nullptr, 0, Raiser, nullptr, 0, nullptr));
-        } else if (!listening && g_raiser) {
-            ::SetEvent(g_stop.get());
-            ending = std::move(g_raiser);
-        }
-    }
-    if (ending && ::GetThreadId(ending.get()) != ::GetCurrentThreadId())
-        ::WaitForSingleObject(ending.get(), 10000);
 }
 
 struct TSubscription : TObject<TSubscription, IEventSubscription> {
@@ -175,12 +153,13 @@ struct TSubscription : TObject<TSubscription, IEventSubscription> {
     VN_NODISPATCH
     VN_NOTIMPL(get_SubscriptionID, BSTR*) VN_NOTIMPL(get_SubscriptionName, BSTR*) VN_NOTIMPL(get_PublisherID, BSTR*)
     VN_NOTIMPL(put_PublisherID, BSTR) VN_NOTIMPL(get_EventClassID, BSTR*) VN_NOTIMPL(get_MethodName, BSTR*)
-    VN_NOTIMPL(get_SubscriberCLSID, BSTR*) VN_NOTIMPL(put_SubscriberCLSID, BSTR) VN_NOTIMPL(get_SubscriberInterface, IUnknown**)
-    VN_NOTIMPL(get_PerUser, BOOL*) VN_NOTIMPL(get_OwnerSID, BSTR*) VN_NOTIMPL(put_OwnerSID, BSTR)
-    VN_NOTIMPL(get_Enabled, BOOL*) VN_NOTIMPL(put_Enabled, BOOL) VN_NOTIMPL(get_Description, BSTR*)
-    VN_NOTIMPL(put_Description, BSTR) VN_NOTIMPL(get_MachineName, BSTR*) VN_NOTIMPL(put_MachineName, BSTR)
-    VN_NOTIMPL(GetPublisherProperty, BSTR, VARIANT*) VN_NOTIMPL(PutPublisherProperty, BSTR, VARIANT*)
-    VN_NOTIMPL(RemovePublisherProperty, BSTR) VN_NOTIMPL(GetPublisherPropertyCollection, IEventObjectCollection**)
+    VN_NOTIMPL(get_SubscriberCLSID, BSTR*) VN_NOTIMPL(put_SubscriberCLSID, BSTR)
+    VN_NOTIMPL(get_SubscriberInterface, IUnknown**) VN_NOTIMPL(get_PerUser, BOOL*) VN_NOTIMPL(get_OwnerSID, BSTR*)
+    VN_NOTIMPL(put_OwnerSID, BSTR) VN_NOTIMPL(get_Enabled, BOOL*) VN_NOTIMPL(put_Enabled, BOOL)
+    VN_NOTIMPL(get_Description, BSTR*) VN_NOTIMPL(put_Description, BSTR) VN_NOTIMPL(get_MachineName, BSTR*)
+    VN_NOTIMPL(put_MachineName, BSTR) VN_NOTIMPL(GetPublisherProperty, BSTR, VARIANT*)
+    VN_NOTIMPL(PutPublisherProperty, BSTR, VARIANT*) VN_NOTIMPL(RemovePublisherProperty, BSTR)
+    VN_NOTIMPL(GetPublisherPropertyCollection, IEventObjectCollection**)
     VN_NOTIMPL(GetSubscriberProperty, BSTR, VARIANT*) VN_NOTIMPL(PutSubscriberProperty, BSTR, VARIANT*)
     VN_NOTIMPL(RemoveSubscriberProperty, BSTR) VN_NOTIMPL(GetSubscriberPropertyCollection, IEventObjectCollection**)
     VN_NOTIMPL(get_InterfaceID, BSTR*) VN_NOTIMPL(put_InterfaceID, BSTR)
@@ -197,16 +176,13 @@ struct TEventSystem : TObject<TEventSystem, IEventSystem> {
         auto* s = dynamic_cast<TSubscription*>(object);
         if (!s)
             return E_INVALIDARG;
-        {
-            vfc::TLock lock(g_cs);
-            Remove(s->m_id);
-            g_subscriptions.push_back({Narrow(s->m_method.c_str()),
-                                       Narrow(progId) + "|" + Narrow(s->m_id.c_str()) + "|" + Narrow(s->m_name.c_str()) + "|" +
-                                           Narrow(s->m_method.c_str()) + "|" + Narrow(s->m_eventClass.c_str()) + "|" +
-                                           std::to_string(s->m_perUser),
-                                       s->m_id, s->m_subscriber});
-        }
-        Changed();
+        std::string row = Narrow(progId);
+        for (const std::wstring* field : {&s->m_id, &s->m_name, &s->m_method, &s->m_eventClass})
+            row += "|" + Narrow(field->c_str());
+        vfc::TLock lock(g_cs);
+        Remove(s->m_id);
+        g_subscriptions.push_back({Narrow(s->m_method.c_str()), row + "|" + std::to_string(s->m_perUser), s->m_id, s->m_subscriber});
+        Publish();
         return S_OK;
     }
     // Only the criteria "SubscriptionID=<id>" are understood.
@@ -217,11 +193,9 @@ struct TEventSystem : TObject<TEventSystem, IEventSystem> {
             *errorIndex = 0;
         if (::lstrcmpW(progId, vn_events::kProgIdEventSubscription) != 0 || text.compare(0, prefix.size(), prefix) != 0)
             return E_INVALIDARG;
-        {
-            vfc::TLock lock(g_cs);
-            Remove(text.substr(prefix.size()));
-        }
-        Changed();
+        vfc::TLock lock(g_cs);
+        Remove(text.substr(prefix.size()));
+        Publish();
         return S_OK;
     }
     static void Remove(const std::wstring& id)
@@ -241,24 +215,20 @@ struct TServices : TObject<TServices, IWbemServices, IClientSecurity> {
     STDMETHODIMP ExecNotificationQueryAsync(const BSTR language, const BSTR query, LONG flags, IWbemContext*,
                                             IWbemObjectSink* sink) override
     {
-        {
-            vfc::TLock lock(g_cs);
-            g_wmiSink = sink;
-            g_queries.push_back(m_namespace + "|" + Narrow(language) + "|" + Narrow(query) + "|" + std::to_string(flags));
-        }
-        Changed();
+        vfc::TLock lock(g_cs);
+        g_wmiSink = sink;
+        g_queries.push_back(m_namespace + "|" + Narrow(language) + "|" + Narrow(query) + "|" + std::to_string(flags));
+        Publish();
         return S_OK;
     }
     STDMETHODIMP CancelAsyncCall(IWbemObjectSink* sink) override
     {
-        {
-            vfc::TLock lock(g_cs);
-            if (sink != g_wmiSink.get())
-                return HRESULT(WBEM_E_NOT_FOUND);
-            g_wmiSink.reset();
-            g_queries.clear();
-        }
-        Changed();
+        vfc::TLock lock(g_cs);
+        if (sink != g_wmiSink.get())
+            return HRESULT(WBEM_E_NOT_FOUND);
+        g_wmiSink.reset();
+        g_queries.clear();
+        Publish();
         return S_OK;
     }
     STDMETHODIMP SetBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD, void*, DWORD) override { return S_OK; }
@@ -307,24 +277,23 @@ struct TApartment : TObject<TApartment, IUnsecuredApartment> {
     }
 };
 
+// A new object of class T, asked for `iid`.
+template <typename T>
+HRESULT Create(REFIID iid, void** ppv)
+{
+    vfc::TComPtr<T> object;
+    const HRESULT hr = vfc::CreateInto(object);
+    return SUCCEEDED(hr) ? object->QueryInterface(iid, ppv) : hr;
+}
+
 template <typename T>
 struct TFactory : TObject<TFactory<T>, IClassFactory> {
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
-        vfc::TComPtr<T> object;
-        const HRESULT hr = outer ? CLASS_E_NOAGGREGATION : vfc::CreateInto(object);
-        return SUCCEEDED(hr) ? object->QueryInterface(iid, ppv) : hr;
+        return outer ? CLASS_E_NOAGGREGATION : Create<T>(iid, ppv);
     }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
 };
-
-template <typename T>
-HRESULT Factory(REFIID iid, void** ppv)
-{
-    vfc::TComPtr<TFactory<T>> factory;
-    const HRESULT hr = vfc::CreateInto(factory);
-    return SUCCEEDED(hr) ? factory->QueryInterface(iid, ppv) : hr;
-}
 
 std::string Key(const CLSID& clsid)
 {
@@ -339,10 +308,11 @@ const CLSID kOwnClasses[] = {vn_events::kClsidEventSystem, vn_events::kClsidEven
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
 {
-    return clsid == vn_events::kClsidEventSystem         ? Factory<TEventSystem>(iid, ppv)
-           : clsid == vn_events::kClsidEventSubscription ? Factory<TSubscription>(iid, ppv)
-           : clsid == CLSID_UnsecuredApartment           ? Factory<TApartment>(iid, ppv)
-           : clsid == vn_netevents::kClsidLocator        ? Factory<TLocator>(iid, ppv)
+    static const vfc::THandle raiser(::CreateThread(nullptr, 0, Raiser, nullptr, 0, nullptr));
+    return clsid == vn_events::kClsidEventSystem         ? Create<TFactory<TEventSystem>>(iid, ppv)
+           : clsid == vn_events::kClsidEventSubscription ? Create<TFactory<TSubscription>>(iid, ppv)
+           : clsid == CLSID_UnsecuredApartment           ? Create<TFactory<TApartment>>(iid, ppv)
+           : clsid == vn_netevents::kClsidLocator        ? Create<TFactory<TLocator>>(iid, ppv)
                                                          : CLASS_E_CLASSNOTAVAILABLE;
 }
 
