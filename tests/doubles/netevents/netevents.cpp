@@ -104,8 +104,8 @@ struct TEvent : TObject<TEvent, IWbemClassObject> {
     VN_NOTIMPL(CompareTo, LONG, IWbemClassObject*) VN_NOTIMPL(GetPropertyOrigin, LPCWSTR, BSTR*)
     VN_NOTIMPL(InheritsFrom, LPCWSTR) VN_NOTIMPL(GetMethod, LPCWSTR, LONG, IWbemClassObject**, IWbemClassObject**)
     VN_NOTIMPL(PutMethod, LPCWSTR, LONG, IWbemClassObject*, IWbemClassObject*) VN_NOTIMPL(DeleteMethod, LPCWSTR)
-    VN_NOTIMPL(BeginMethodEnumeration, LONG)
-    VN_NOTIMPL(NextMethod, LONG, BSTR*, IWbemClassObject**, IWbemClassObject**) VN_NOTIMPL(EndMethodEnumeration)
+    VN_NOTIMPL(BeginMethodEnumeration, LONG) VN_NOTIMPL(EndMethodEnumeration)
+    VN_NOTIMPL(NextMethod, LONG, BSTR*, IWbemClassObject**, IWbemClassObject**)
     VN_NOTIMPL(GetMethodQualifierSet, LPCWSTR, IWbemQualifierSet**) VN_NOTIMPL(GetMethodOrigin, LPCWSTR, BSTR*)
 
     std::wstring m_class;
@@ -209,8 +209,20 @@ struct TEventSystem : TObject<TEventSystem, IEventSystem> {
     VN_NOTIMPL(QueryS, BSTR, BSTR, IUnknown**) VN_NOTIMPL(RemoveS, BSTR, BSTR)
 };
 
-struct TServices : TObject<TServices, IWbemServices, IClientSecurity> {
-    explicit TServices(const std::string& nameSpace) : m_namespace(nameSpace) {}
+// WMI in one object: the locator, the namespace it connects to, and the
+// unsecured apartment, whose stub is the object itself since in one process
+// there is nothing to secure.
+struct TWmi : TObject<TWmi, IWbemLocator, IWbemServices, IClientSecurity, IUnsecuredApartment> {
+    STDMETHODIMP ConnectServer(const BSTR resource, const BSTR, const BSTR, const BSTR, LONG, const BSTR, IWbemContext*,
+                               IWbemServices** services) override
+    {
+        m_namespace = Narrow(resource);
+        return QueryInterface(__uuidof(IWbemServices), reinterpret_cast<void**>(services));
+    }
+    STDMETHODIMP CreateObjectStub(IUnknown* object, IUnknown** stub) override
+    {
+        return object ? object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(stub)) : E_POINTER;
+    }
     // All queries of one process go to one sink.
     STDMETHODIMP ExecNotificationQueryAsync(const BSTR language, const BSTR query, LONG flags, IWbemContext*,
                                             IWbemObjectSink* sink) override
@@ -256,25 +268,7 @@ struct TServices : TObject<TServices, IWbemServices, IClientSecurity> {
     VN_NOTIMPL(ExecMethod, const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*, IWbemClassObject**, IWbemCallResult**)
     VN_NOTIMPL(ExecMethodAsync, const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*, IWbemObjectSink*)
 
-    const std::string m_namespace;
-};
-
-struct TLocator : TObject<TLocator, IWbemLocator> {
-    STDMETHODIMP ConnectServer(const BSTR resource, const BSTR, const BSTR, const BSTR, LONG, const BSTR, IWbemContext*,
-                               IWbemServices** services) override
-    {
-        vfc::TComPtr<TServices> created;
-        const HRESULT hr = vfc::CreateInto(created, Narrow(resource));
-        return FAILED(hr) ? hr : created->QueryInterface(__uuidof(IWbemServices), reinterpret_cast<void**>(services));
-    }
-};
-
-// In one process there is nothing to secure: the stub is the object itself.
-struct TApartment : TObject<TApartment, IUnsecuredApartment> {
-    STDMETHODIMP CreateObjectStub(IUnknown* object, IUnknown** stub) override
-    {
-        return object ? object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(stub)) : E_POINTER;
-    }
+    std::string m_namespace;
 };
 
 // A new object of class T, asked for `iid`.
@@ -311,8 +305,7 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** p
     static const vfc::THandle raiser(::CreateThread(nullptr, 0, Raiser, nullptr, 0, nullptr));
     return clsid == vn_events::kClsidEventSystem         ? Create<TFactory<TEventSystem>>(iid, ppv)
            : clsid == vn_events::kClsidEventSubscription ? Create<TFactory<TSubscription>>(iid, ppv)
-           : clsid == CLSID_UnsecuredApartment           ? Create<TFactory<TApartment>>(iid, ppv)
-           : clsid == vn_netevents::kClsidLocator        ? Create<TFactory<TLocator>>(iid, ppv)
+           : clsid == CLSID_UnsecuredApartment || clsid == vn_netevents::kClsidLocator ? Create<TFactory<TWmi>>(iid, ppv)
                                                          : CLASS_E_CLASSNOTAVAILABLE;
 }
 
