@@ -103,14 +103,6 @@ HRESULT Raise(const std::vector<std::string>& request, int upAfterChecks = 0)
     return WaitForSingleObject(raised.get(), 15000) ? E_ABORT : si::ReadDword(vn_netevents::kKey, "Result", ~0u);
 }
 
-HRESULT StandIns(const char* entry)
-{
-    using Entry = HRESULT(WINAPI*)();
-    HMODULE dll = LoadLibraryA((BinDir() + "\\vn_standin_netevents.dll").c_str());
-    const auto call = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(dll, entry)));
-    return call ? call() : E_FAIL;
-}
-
 int Threads(DWORD pid)
 {
     vfc::THandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
@@ -131,14 +123,19 @@ protected:
     {
         CoInitializeEx(nullptr, COINIT_MULTITHREADED);
         ASSERT_EQ(0u, RunServer("/RegServer"));
-        ASSERT_EQ(S_OK, StandIns("DllRegisterServer"));
+        const std::string dll = BinDir() + "\\vn_standin_netevents.dll", locator = vn_netevents::kStandInClasses[3] + 6;
+        for (const std::string key : vn_netevents::kStandInClasses) {
+            RegSetKeyValueA(HKEY_CLASSES_ROOT, (key + "\\InprocServer32").c_str(), nullptr, REG_SZ, dll.c_str(), dll.size() + 1);
+            RegSetKeyValueA(HKEY_CLASSES_ROOT, (key + "\\InprocServer32").c_str(), "ThreadingModel", REG_SZ, "Both", 5);
+        }
+        RegSetKeyValueA(HKEY_CLASSES_ROOT, vn_netevents::kTreatAs, nullptr, REG_SZ, locator.c_str(), locator.size() + 1);
     }
+    // Gone again before the other test programs run.
     static void TearDownTestSuite()
     {
-        StandIns("DllUnregisterServer");
-        for (const char* key : {"CLSID\\{4590F811-1D3A-11D0-891F-00AA004B2E24}\\TreatAs",
-                                "CLSID\\{4E14FBA2-2E22-11D1-9964-00C04FBBB345}"})
-            EXPECT_FALSE(RegKeyExists(HKEY_CLASSES_ROOT, key)) << "left for the other test programs: " << key;
+        for (const char* key : vn_netevents::kStandInClasses)
+            RegDeleteTreeA(HKEY_CLASSES_ROOT, key);
+        RegDeleteTreeA(HKEY_CLASSES_ROOT, vn_netevents::kTreatAs);
         for (const char* key : {vn_netevents::kKey, si::kSensapiKey})
             RegDeleteTreeA(HKEY_CURRENT_USER, key);
     }

@@ -289,15 +289,6 @@ struct TFactory : TObject<TFactory<T>, IClassFactory> {
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
 };
 
-std::string Key(const CLSID& clsid)
-{
-    wchar_t text[40];
-    ::StringFromGUID2(clsid, text, 40);
-    return "CLSID\\" + Narrow(text);
-}
-const CLSID kOwnClasses[] = {vn_events::kClsidEventSystem, vn_events::kClsidEventSubscription, CLSID_UnsecuredApartment,
-                             vn_netevents::kClsidLocator};
-
 }  // namespace
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
@@ -311,28 +302,3 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** p
 
 // Stays loaded: the raiser thread runs in it.
 extern "C" HRESULT WINAPI DllCanUnloadNow() { return S_FALSE; }
-
-// Registers the classes with this file, and CLSID_WbemLocator as the stand-in locator.
-extern "C" HRESULT WINAPI DllRegisterServer()
-{
-    char path[MAX_PATH];
-    HMODULE self = nullptr;
-    ::GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCSTR>(&DllRegisterServer), &self);
-    ::GetModuleFileNameA(self, path, MAX_PATH);
-    for (const CLSID& clsid : kOwnClasses) {
-        const std::string key = Key(clsid) + "\\InprocServer32";
-        ::RegSetKeyValueA(HKEY_CLASSES_ROOT, key.c_str(), nullptr, REG_SZ, path, ::lstrlenA(path) + 1);
-        ::RegSetKeyValueA(HKEY_CLASSES_ROOT, key.c_str(), "ThreadingModel", REG_SZ, "Both", 5);
-    }
-    const std::string locator = Key(vn_netevents::kClsidLocator).substr(6);
-    return HRESULT_FROM_WIN32(::RegSetKeyValueA(HKEY_CLASSES_ROOT, (Key(CLSID_WbemLocator) + "\\TreatAs").c_str(), nullptr,
-                                                REG_SZ, locator.c_str(), static_cast<DWORD>(locator.size() + 1)));
-}
-
-extern "C" HRESULT WINAPI DllUnregisterServer()
-{
-    for (const CLSID& clsid : kOwnClasses)
-        ::RegDeleteTreeA(HKEY_CLASSES_ROOT, Key(clsid).c_str());
-    ::RegDeleteTreeA(HKEY_CLASSES_ROOT, (Key(CLSID_WbemLocator) + "\\TreatAs").c_str());
-    return S_OK;
-}
