@@ -8,11 +8,13 @@
 #include "host/log.h"
 #include "host/module.h"
 #include "host/version_info.h"
+#include "monitors/sens_network_manager.h"
+#include "monitors/timer_network_manager.h"
+#include "monitors/wmi_network_manager.h"
 #include "settings/config_keys.h"
 #include "settings/connection_state.h"
 #include "settings/proxy_credentials.h"
 #include "settings/xml_config_manager.h"
-#include "settings/network_alive.h"
 #include "web/request.h"
 #include "web/session.h"
 #include "vfc/bstr.h"
@@ -61,6 +63,14 @@ HRESULT CVnLinkhostObject::FinalConstruct()
     LoadCategoryObjects();
     m_bExtensionsClosed = true;
     Module().SetEventHandler(this);
+    // The monitors do not depend on one another: one that can't start leaves its sinks silent.
+    const char* const method = "CVnLinkhostObject::FinalConstruct";
+    if (!CVnSensNetworkManager::getInstance()->Init())
+        LogLine(vn_log::kError, method, "CVnSensNetworkManager::getInstance()->Init() failed.");
+    if (!CVnWMINetworkManager::getInstance()->Init())
+        LogLine(vn_log::kError, method, "CVnWMINetworkManager::getInstance()->Init() failed.");
+    if (!CVnTimerNetworkManager::getInstance()->Init())
+        LogLine(vn_log::kError, method, "CVnTimerNetworkManager::getInstance()->Init() failed.");
     return S_OK;
 }
 
@@ -75,6 +85,11 @@ void CVnLinkhostObject::FinalRelease()
     CVnConnectionState::DestroyInstance();
     // The next root object builds the per-process login objects anew.
     ReleaseCredentialObjects();
+    // The monitors stop in the reverse order of their start; their sinks stay
+    // registered for the next root object of this process.
+    CVnTimerNetworkManager::getInstance()->Release();
+    CVnWMINetworkManager::getInstance()->Release();
+    CVnSensNetworkManager::getInstance()->UnInit();
 }
 
 STDMETHODIMP CVnLinkhostObject::GetInfo(VARIANT query, VARIANT* result)
@@ -215,7 +230,7 @@ STDMETHODIMP CVnLinkhostObject::CreateSession(LONG processId, LONG hWnd, LONG fl
 STDMETHODIMP CVnLinkhostObject::CheckNetworkAlive(VARIANT_BOOL* alive)
 {
     DWORD flags = 0;
-    const BOOL up = vn_network::IsNetworkAliveDynamic(&flags);
+    const BOOL up = CVnSensNetworkManager::IsNetworkAliveDynamic(&flags);
     if (alive)
         *alive = up ? VARIANT_TRUE : VARIANT_FALSE;
     return S_OK;
@@ -294,10 +309,51 @@ STDMETHODIMP CVnLinkhostObject::LoadConfiguration()
     return manager.LoadConfiguration(&record);
 }
 
-// The network monitors are not carried yet either.
-STDMETHODIMP CVnLinkhostObject::RegisterSensEventSink(IVnLinkhostSensEventSink*) { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::UnRegisterSensEventSink(IVnLinkhostSensEventSink*) { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::RegisterWMINetworkEventSink(IVnLinkhostWMINetworkEventSink*) { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::UnRegisterWMINetworkEventSink(IVnLinkhostWMINetworkEventSink*) { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::RegisterNetworkEventSink(IVnLinkhostNetworkEventSink*) { return E_NOTIMPL; }
-STDMETHODIMP CVnLinkhostObject::UnRegisterNetworkEventSink(IVnLinkhostNetworkEventSink*) { return E_NOTIMPL; }
+namespace {
+
+// The sink methods answer 0 whatever happens: a failed add or remove is only logged.
+template <typename Manager, typename Sink>
+HRESULT ChangeSinks(Manager* manager, Sink* sink, bool add, const char* method, const char* failure)
+{
+    if (sink && !(add ? manager->Add(sink) : manager->Remove(sink)))
+        LogLine(vn_log::kError, method, failure);
+    return S_OK;
+}
+
+}  // namespace
+
+STDMETHODIMP CVnLinkhostObject::RegisterSensEventSink(IVnLinkhostSensEventSink* sink)
+{
+    return ChangeSinks(CVnSensNetworkManager::getInstance(), sink, true, "CVnLinkhostObject::RegisterSensEventSink",
+                       "CVnSensNetworkManager::getInstance()->Add failed.");
+}
+
+STDMETHODIMP CVnLinkhostObject::UnRegisterSensEventSink(IVnLinkhostSensEventSink* sink)
+{
+    return ChangeSinks(CVnSensNetworkManager::getInstance(), sink, false, "CVnLinkhostObject::UnRegisterSensEventSink",
+                       "CVnSensNetworkManager::getInstance()->Remove failed.");
+}
+
+STDMETHODIMP CVnLinkhostObject::RegisterWMINetworkEventSink(IVnLinkhostWMINetworkEventSink* sink)
+{
+    return ChangeSinks(CVnWMINetworkManager::getInstance(), sink, true, "CVnLinkhostObject::RegisterWMINetworkEventSink",
+                       "CVnWMINetworkManager::getInstance()->Add failed.");
+}
+
+STDMETHODIMP CVnLinkhostObject::UnRegisterWMINetworkEventSink(IVnLinkhostWMINetworkEventSink* sink)
+{
+    return ChangeSinks(CVnWMINetworkManager::getInstance(), sink, false, "CVnLinkhostObject::UnRegisterWMINetworkEventSink",
+                       "CVnWMINetworkManager::getInstance()->Remove failed.");
+}
+
+STDMETHODIMP CVnLinkhostObject::RegisterNetworkEventSink(IVnLinkhostNetworkEventSink* sink)
+{
+    return ChangeSinks(CVnTimerNetworkManager::getInstance(), sink, true, "CVnLinkhostObject::RegisterNetworkEventSink",
+                       "CVnTimerNetworkManager::getInstance()->Add failed.");
+}
+
+STDMETHODIMP CVnLinkhostObject::UnRegisterNetworkEventSink(IVnLinkhostNetworkEventSink* sink)
+{
+    return ChangeSinks(CVnTimerNetworkManager::getInstance(), sink, false, "CVnLinkhostObject::UnRegisterNetworkEventSink",
+                       "CVnTimerNetworkManager::getInstance()->Remove failed.");
+}

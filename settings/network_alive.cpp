@@ -1,6 +1,5 @@
 #include "settings/network_alive.h"
 
-#include "host/log.h"
 #include "vfc/unique_resource.h"
 
 namespace vn_network {
@@ -24,19 +23,6 @@ TNetworkAnswer AskNetworkAlive(DWORD& flags)
     BOOL alive = isNetworkAlive(&given);
     flags = given;
     return alive ? TNetworkAnswer::Alive : TNetworkAnswer::Down;
-}
-
-BOOL IsNetworkAliveDynamic(LPDWORD flags)
-{
-    DWORD given = 0;
-    TNetworkAnswer answer = AskNetworkAlive(given);
-    if (flags)
-        *flags = given;
-    if (answer == TNetworkAnswer::NotAvailable) {
-        LogLine(vn_log::kError, "CVnSensNetworkManager::IsNetworkAliveDynamic", "No find function in DLL.");
-        return FALSE;
-    }
-    return answer == TNetworkAnswer::Alive ? TRUE : FALSE;
 }
 
 }  // namespace vn_network

@@ -19,14 +19,8 @@ enum class TNetworkAnswer {
 };
 
 // Asks IsNetworkAlive of Sensapi.dll, loaded by name at each call. Writes no
-// log line; the callers decide what a missing library means for them.
+// log line; the callers decide what a missing library means for them. The
+// monitors' check, CVnSensNetworkManager::IsNetworkAliveDynamic, is built on it.
 TNetworkAnswer AskNetworkAlive(DWORD& flags);
-
-// The shared network test of the monitors: the platform's BOOL and its flags.
-// Without the library or its function the flags are 0 and the result FALSE,
-// with the line "No find function in DLL." for each call. This belongs to the
-// SENS monitor, CVnSensNetworkManager::IsNetworkAliveDynamic, once that class
-// exists; it lives here until then.
-BOOL IsNetworkAliveDynamic(LPDWORD flags);
 
 }  // namespace vn_network

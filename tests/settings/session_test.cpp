@@ -278,7 +278,7 @@ TEST_F(Session, StartDialsAndTestsTheNetworkAsTheDialModeSays)
         DWORD given = 99;
         BOOL answer = FALSE;
         const int lines = LinesOf("Error in method [CVnSensNetworkManager::IsNetworkAliveDynamic]. Message: No find function in DLL.",
-                                  [&] { answer = vn_network::IsNetworkAliveDynamic(&given); });
+                                  [&] { answer = CVnSensNetworkManager::IsNetworkAliveDynamic(&given); });
         EXPECT_EQ(std::make_tuple(dialUp, alive > 0, flags, alive < 0 ? 1 : 0),
                   std::make_tuple(CVnSessionConnection::IsDialUpActive(), answer != FALSE, given, lines));
         ResetStandIns(si::kCalls);

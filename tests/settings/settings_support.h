@@ -22,6 +22,7 @@
 #include "settings/config_keys.h"
 #include "settings/connection_manager.h"
 #include "settings/connection_state.h"
+#include "monitors/sens_network_manager.h"
 #include "settings/network_alive.h"
 #include "settings/proxy_config_helper.h"
 #include "settings/registry_text.h"

@@ -1,0 +1,25 @@
+// The platform's event services behind the SENS and WMI monitors. MinGW's
+// headers declare the interfaces of the COM+ event system and of SENS but
+// define none of their ids; these are the platform's values. WMI's ids come
+// with libwbemuuid.
+#pragma once
+
+#include <windows.h>
+#include <eventsys.h>
+#include <sensevts.h>
+#include <wbemcli.h>
+
+__CRT_UUID_DECL(IEventSystem, 0x4E14FB9F, 0x2E22, 0x11D1, 0x99, 0x64, 0x00, 0xC0, 0x4F, 0xBB, 0xB3, 0x45)
+__CRT_UUID_DECL(IEventSubscription, 0x4A6B0E15, 0x2E38, 0x11D1, 0x99, 0x65, 0x00, 0xC0, 0x4F, 0xBB, 0xB3, 0x45)
+__CRT_UUID_DECL(ISensNetwork, 0xD597BAB1, 0x5B9F, 0x11D1, 0x8D, 0xD2, 0x00, 0xAA, 0x00, 0x4A, 0xBD, 0x5E)
+
+namespace vn_events {
+
+constexpr CLSID kClsidEventSystem = {0x4E14FBA2, 0x2E22, 0x11D1, {0x99, 0x64, 0x00, 0xC0, 0x4F, 0xBB, 0xB3, 0x45}};
+constexpr CLSID kClsidEventSubscription = {0x7542E960, 0x79C7, 0x11D1, {0x88, 0xF9, 0x00, 0x80, 0xC7, 0xD7, 0x71, 0xBF}};
+// SENS's event class of network events.
+constexpr GUID kSensNetworkEventClass = {0xD5978620, 0x5B9F, 0x11D1, {0x8D, 0xD2, 0x00, 0xAA, 0x00, 0x4A, 0xBD, 0x5E}};
+// The program id under which the event system stores subscriptions.
+constexpr const wchar_t* kProgIdEventSubscription = L"EventSystem.EventSubscription";
+
+}  // namespace vn_events
