@@ -7,7 +7,7 @@
 
 namespace {
 
-// Kept so that the platform's sheet keeps its own behaviour at each stage.
+// The sheet is made with a callback; it leaves every stage as the platform has it.
 int CALLBACK SheetCallback(HWND, UINT, LPARAM) { return 0; }
 
 // A blank record: empty texts, port 1, dialling when needed.

@@ -63,7 +63,7 @@ private:
 class CVnCPLApplet {
 public:
     CVnCPLApplet(const char* appletName, HWND window, const char* argument)
-        : m_hWnd(window), m_hModule(::LoadLibraryA(appletName)), m_strName(appletName), m_strArgument(argument)
+        : m_hWnd(window), m_hModule(::LoadLibraryA(appletName)), m_strArgument(argument)
     {
         if (!m_hModule) {
             LogFailure("LoadLibrary(szAppletName) returns NULL");
@@ -110,7 +110,7 @@ private:
     HWND m_hWnd;
     vfc::TModule m_hModule;
     APPLET_PROC m_func = nullptr;
-    std::string m_strName, m_strArgument;
+    std::string m_strArgument;  // the tab to open
 };
 
 // Removes the waiting messages of one type, or of all types.

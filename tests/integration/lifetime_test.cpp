@@ -333,21 +333,6 @@ TEST_F(Lifetime, SecondExecuteDoesNotWaitForAFirstRunThatStalled)
     EXPECT_EQ(200, Code(second.get()));
 }
 
-TEST_F(Lifetime, ConcurrentRequestsRunSideBySide)
-{
-    const std::string slow = Url("/slow?n=30000&piece=1000&delay_ms=50&mode=close&seed=");
-    DWORD start = GetTickCount();
-    ASSERT_EQ("", FetchChecked(slow + "1"));
-    const DWORD alone = GetTickCount() - start;
-    std::vector<std::string> failures(32);
-    start = GetTickCount();
-    OnThreads(32, [&](int i) { failures[i] = FetchChecked(slow + std::to_string(i + 2)); });
-    const DWORD together = GetTickCount() - start;
-    for (const auto& failure : failures)
-        EXPECT_EQ("", failure);
-    EXPECT_LT(together, 3 * alone) << "one request takes " << alone << " ms, 32 at once took " << together << " ms";
-}
-
 // Fifty clients killed at one moment, in rounds of ten: after each round
 // the server still serves, and at the end it holds what it held after the
 // first. Registered at start-up, these run after every other test of the
