@@ -24,7 +24,7 @@ namespace {
 
 using namespace vn_test;
 namespace si = vn_standin;
-constexpr DWORD kPeriod = 3000, kSlack = 1500;
+constexpr DWORD kPeriod = 3000, kSlack = 2000;
 
 // A sink of all three kinds that writes down what it hears, "kind status[ connection type];", and answers `answer`.
 class TSink : public vfc::TComObject<TSink, IVnLinkhostNetworkEventSink, IVnLinkhostSensEventSink,
