@@ -37,11 +37,14 @@ struct TSheet {
         return text;
     }
     std::string Text(int id) const { return Text(Item(id)); }
-    // The tabs' titles in their order.
+    HWND TabControl() const { return reinterpret_cast<HWND>(::SendMessageA(window, PSM_GETTABCONTROL, 0, 0)); }
+    int TabCount() const { return static_cast<int>(::SendMessageA(TabControl(), TCM_GETITEMCOUNT, 0, 0)); }
+    // The tabs' titles in their order (of a sheet in this process: the
+    // platform does not carry the text across processes).
     std::vector<std::string> Tabs() const
     {
-        const HWND tabs = reinterpret_cast<HWND>(::SendMessageA(window, PSM_GETTABCONTROL, 0, 0));
-        std::vector<std::string> titles(static_cast<size_t>(::SendMessageA(tabs, TCM_GETITEMCOUNT, 0, 0)));
+        const HWND tabs = TabControl();
+        std::vector<std::string> titles(static_cast<size_t>(TabCount()));
         for (size_t i = 0; i < titles.size(); ++i) {
             char text[128] = {};
             TCITEMA item = {};

@@ -12,6 +12,8 @@
 #include "server/server_fixture.h"
 #include "settings/xml_config_manager.h"
 #include "tests/doubles/rasapi32/standin_registry.h"
+#include "tests/doubles/test_plugin/plugin_registration.h"
+#include "tests/doubles/test_plugin/recording_page.h"
 #include "tests/settings/config_file_support.h"
 #include "vfc/bstr.h"
 #include "vfc/com_object.h"
@@ -168,29 +170,9 @@ TEST_F(Sheet, ConnectionPageListsTheEntriesShowsTheDefaultAndRefusesOkWithNothin
     ::RegDeleteTreeA(HKEY_CURRENT_USER, si::kRasKey);
 }
 
-// A plug-in's page that records what the sheet asks of it.
-class TFakePage : public vfc::TComObject<TFakePage, IPropertyPage> {
-public:
-    static constexpr bool LocksModule = false;
-    std::string calls;
-    HRESULT dirty = S_FALSE;
-    vfc::TComPtr<IPropertyPageSite> site;
-    STDMETHODIMP SetPageSite(IPropertyPageSite* s) override { calls += s ? "site;" : "nosite;"; site = s; return S_OK; }
-    STDMETHODIMP Activate(HWND parent, LPCRECT, BOOL) override { calls += parent ? "activate;" : "activate-null;"; return S_OK; }
-    STDMETHODIMP Deactivate() override { calls += "deactivate;"; return S_OK; }
-    STDMETHODIMP GetPageInfo(PROPPAGEINFO*) override { return E_NOTIMPL; }
-    STDMETHODIMP SetObjects(ULONG, IUnknown**) override { calls += "objects;"; return S_OK; }
-    STDMETHODIMP Show(UINT show) override { calls += "show" + std::to_string(show) + ";"; return S_OK; }
-    STDMETHODIMP Move(LPCRECT) override { calls += "move;"; return S_OK; }
-    STDMETHODIMP IsPageDirty() override { calls += "dirty?;"; return dirty; }
-    STDMETHODIMP Apply() override { calls += "apply;"; return S_OK; }
-    STDMETHODIMP Help(LPCOLESTR) override { return S_OK; }
-    STDMETHODIMP TranslateAccelerator(MSG*) override { return S_FALSE; }
-};
-
 TEST_F(Sheet, PluginPagesTakeTheirPlaceByHintAndAreAskedInTheirOrder)
 {
-    vfc::TComPtr<TFakePage> pages[4];
+    vfc::TComPtr<TRecordingPage> pages[4];
     const std::pair<const char*, int> hints[] = {{"Vorn", -400}, {"Mitte", -250}, {"Hinten", 0}, {"Doppelt", -250}};
     for (int i = 0; i < 4; ++i) {
         ASSERT_EQ(S_OK, vfc::CreateInto(pages[i]));
@@ -214,15 +196,26 @@ TEST_F(Sheet, PluginPagesTakeTheirPlaceByHintAndAreAskedInTheirOrder)
     }
 }
 
-// The real program: -c shows the sheet over the stored record; OK stores the
-// working copy, Cancel leaves the file alone.
+// The real program: -c shows the sheet over the stored record, with the page
+// of the test plug-in at its place; OK stores the working copy, Cancel leaves
+// the file alone.
 TEST(ConfigureRole, OkStoresWhatWasChangedAndCancelStoresNothing)
 {
+    vn_test::RegisterTestPlugin();
     for (int button : {PSBTN_CANCEL, PSBTN_OK}) {
         vn_config_test::TConfigFilesGuard files;
         vn_test::TChild program(vn_test::Quoted(vn_test::ServerExe()) + " -c");
         TSheet shown{vn_dialog_test::FindSheet()};
         ASSERT_TRUE(shown.window);
+        // Proxy, plug-in, connection page: each known by what it shows.
+        EXPECT_EQ(3, shown.TabCount());
+        EXPECT_TRUE(shown.Item(IDC_USE_SYSTEM));
+        shown.Select(1);
+        EXPECT_TRUE(vn_test::WaitUntil([&] { return ::FindWindowExA(shown.Page(), nullptr, "Static", "Testseite"); }, 5000))
+            << "the plug-in's page is not second, or was not activated in the sheet";
+        shown.Select(2);
+        EXPECT_TRUE(shown.Item(IDC_ENTRIES));
+        shown.Select(0);
         shown.Click(IDC_USE_SYSTEM);
         shown.Press(button);
         EXPECT_EQ(0u, program.Wait(10000));
@@ -237,6 +230,7 @@ TEST(ConfigureRole, OkStoresWhatWasChangedAndCancelStoresNothing)
         EXPECT_EQ(button == PSBTN_OK ? bytes : "<missing>",
                   vn_config_test::ReadBytes(vn_config_test::PrimaryFile()));
     }
+    vn_test::UnregisterTestPlugin();
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "server/server_fixture.h"
 #include "tests/settings/config_file_support.h"
+#include "tests/doubles/test_plugin/plugin_registration.h"
 #include "tests/doubles/test_plugin/test_plugin.h"
 #include "vfc/text.h"
 
@@ -20,7 +21,7 @@ using namespace vn_test;
 const std::string kClsid = "{566E4C48-7F95-4309-B372-41BF7CD4804C}";
 const std::string kAppId = "{566E4C48-8BA7-4C2E-92E1-8B41F333C18B}";
 const std::string kLibId = "{566E4C48-039E-43DE-9D14-4E38B2348BD7}";
-const std::string kCatId = "{566E4C48-60C4-4777-A4B1-D178F6C1AE38}", kCategory = "Component Categories\\" + kCatId;
+const std::string kCategory = "Component Categories\\" + kPluginCategoryId;
 
 // Registry values under HKCR that registering writes and unregistering
 // removes (key, value, text); a null text only asks for the key.
@@ -77,8 +78,6 @@ TEST(Registration, CommandLinesThatDoNoWorkEndWithEFailAndKillWithNothingToEndWi
     EXPECT_LT(GetTickCount() - start, 8000u) << "with nothing to end it does not wait";
 }
 
-const std::string kPluginKey = "CLSID\\{9A1C0E55-2B7D-4C1E-9F3A-5D6E7F801234}";  // CLSID_VnTestPlugin
-
 void SetSinkAnswer(DWORD answer)
 {
     RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "SinkAnswer", REG_DWORD, &answer, sizeof answer);
@@ -91,16 +90,12 @@ protected:
     static void SetUpTestSuite()
     {
         ASSERT_EQ(0u, RunServer("/RegServer"));
-        const std::string dll = BinDir() + "\\vn_test_plugin.dll", server = kPluginKey + "\\InprocServer32",
-                          category = kPluginKey + "\\Implemented Categories\\" + kCatId;
-        RegSetKeyValueA(HKEY_CLASSES_ROOT, server.c_str(), nullptr, REG_SZ, dll.c_str(), DWORD(dll.size() + 1));
-        RegSetKeyValueA(HKEY_CLASSES_ROOT, server.c_str(), "ThreadingModel", REG_SZ, "Both", 5);
-        RegSetKeyValueA(HKEY_CLASSES_ROOT, category.c_str(), nullptr, REG_SZ, "", 1);
+        RegisterTestPlugin();
         SetSinkAnswer(0);
     }
     static void TearDownTestSuite()
     {
-        RegDeleteTreeA(HKEY_CLASSES_ROOT, kPluginKey.c_str());
+        UnregisterTestPlugin();
         for (const char* value : {"SinkAnswer", "Events"})
             RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, value);
     }

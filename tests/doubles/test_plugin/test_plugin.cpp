@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/doubles/rasapi32/standin_registry.h"
+#include "tests/doubles/test_plugin/recording_page.h"
 #include "vfc/bstr.h"
 #include "vfc/com_object.h"
 #include "vnlinkhost.h"
@@ -27,6 +28,11 @@ public:
             return hr;
         extendable->AddEventSink(this);
         extendable->AddExtensionInterface(&IID_VnTestExtension, static_cast<IVnLinkhostEventSink*>(this));
+        vfc::TComPtr<TRecordingPage> page;
+        if (SUCCEEDED(vfc::CreateInto(page))) {
+            page->title = L"Testseite";
+            extendable->AddPropertyPage(page.get(), -250);
+        }
         vfc::TComPtr<IUnknown> unknown;
         vfc::TComPtr<ILogger> logger;
         vfc::TBstr name(L"TestPlugin"), line(L"initialised");

@@ -1,5 +1,7 @@
 // A plug-in of the test prefix. While it initialises it registers itself as
-// an event sink and as an extension, and writes through a logger of its own.
+// an event sink and as an extension, adds its page "Testseite" to the
+// configuration sheet between the proxy and the connection pages, and writes
+// through a logger of its own.
 // Its sink answers each event with "SinkAnswer" (DWORD; absent: 0, it agrees)
 // of HKCU\Software\VnLinkhostTest and appends "type:parameter;" to "Events".
 #pragma once
