@@ -40,15 +40,19 @@ int CVnRequestHead::ParseRequestHead(std::unique_ptr<char[]>& buffer, DWORD& siz
     }
     m_strHead += chunk;
 
+    // Only a blank line that ends in this read counts. Within a head still
+    // coming in this changes nothing, as the bytes before were searched when
+    // they came; but a head that was already whole, kept for the next one,
+    // may hold a CR-LF blank line of its own (it ended at two line feeds),
+    // and must not end there a second time, before the bytes of this read.
     size_t unit = 1;
-    size_t position = m_strHead.find("\n\n");
+    size_t position = m_strHead.find("\n\n", previous >= 1 ? previous - 1 : 0);
     if (position == std::string::npos) {
         unit = 2;
-        position = m_strHead.find("\r\n\r\n");
+        position = m_strHead.find("\r\n\r\n", previous >= 3 ? previous - 3 : 0);
     }
     if (position == std::string::npos)
         return 1;
-    // The blank line ends in this read: the ones before were searched.
     const size_t total = previous + size;
     if (position + 2 * unit < total) {
         const size_t extra = total - position - 2 * unit;
