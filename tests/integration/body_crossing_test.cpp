@@ -23,8 +23,9 @@ TEST_F(BodyCrossing, TrickledBodiesArriveWholeByLengthAndChunked)
     for (const auto& c : kCases) {
         SCOPED_TRACE(std::string(c.verb[0] == L'G' ? "GET " : "POST ") + c.mode);
         auto request = Request(Url("/slow?n=30000&piece=700&delay_ms=3&seed=7&mode=") + c.mode, c.verb);
-        if (c.verb[0] == L'P')
+        if (c.verb[0] == L'P') {
             ASSERT_EQ(S_OK, WriteBody(request.get(), std::string(20000, 'b')));
+        }
         const TAnswer answer = Answer(request.get());
         EXPECT_EQ(S_OK, answer.hr);
         EXPECT_EQ(S_OK, answer.end);
