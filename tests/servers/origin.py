@@ -7,7 +7,7 @@ line per request, as /echo gives it less query and tls, plus id, t, status. Rout
 /slow?n=&piece=64&delay_ms=100&head_delay_ms=0&mode=, /short?n=&sent=n/2, /stall?n=&sent=n/2&max_ms=,
 /reset-mid?n=&sent=n/2&pause_ms=200, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302,
 /upload, /headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /auth/digest (a challenge that is
-never met; each 401 carries the /echo body), /__log?since=<id>.
+never met; each 401 carries the /echo body), /pac?proxy=host:port (a proxy script naming it), /__log?since=<id>.
 """
 
 import argparse
@@ -199,6 +199,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if route == "/upload":
             return self.json({"method": self.command, "length": self.body_length, "sha256": self.body_sha256,
                               "chunked": self.chunked})
+        if route == "/pac":
+            script = 'function FindProxyForURL(url, host) { return "PROXY %s"; }\n' % self.arg("proxy", "p:1")
+            return self.reply(200, script, content_type="application/x-ns-proxy-autoconfig")
         if route == "/headers":
             return self.reply(200, "ok\n", [h.split(":", 1) for h in self.query.get("h", [])])
         if route == "/__log":
