@@ -2,6 +2,7 @@
 
 #include "host/log.h"
 #include "proxy/web_proxy.h"
+#include "tunnel/web_tunnel.h"
 #include "vfc/com_ptr.h"
 #include "web/request.h"
 
@@ -88,10 +89,19 @@ STDMETHODIMP CVnWebSession::CreateProxy(IVnWebProxy** object)
     return proxy->Init(*m_pWorkData, m_hWnd);
 }
 
-// Tunnels are not part of this build yet.
-STDMETHODIMP CVnWebSession::CreateTunnel(BSTR, LONG, IVnWebTunnel** object)
+STDMETHODIMP CVnWebSession::CreateTunnel(BSTR remoteHost, LONG remotePort, IVnWebTunnel** object)
 {
-    if (object)
-        *object = nullptr;
-    return E_NOTIMPL;
+    if (!object)
+        return E_POINTER;
+    *object = nullptr;
+    vfc::TComPtr<CVnWebTunnel> tunnel;
+    HRESULT hr = CVnWebTunnel::CreateInstance(tunnel);
+    if (FAILED(hr))
+        return hr;
+    hr = tunnel->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(object));
+    if (FAILED(hr))
+        return hr;
+    // The tunnel goes with the client's process, like its proxies.
+    tunnel->WatchClient(m_monitor.GetProcessId());
+    return tunnel->Init(remoteHost, remotePort, *m_pWorkData, m_hWnd, m_monitor);
 }
