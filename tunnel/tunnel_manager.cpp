@@ -18,7 +18,7 @@ constexpr DWORD kPassMs = 500;
 constexpr DWORD kThreadEndMs = 60000;
 
 // The pump's account of each single event.
-void PumpLine(const char* source, const char* text) { LogLine(vn_log::kInfo, source, text); }
+void PumpLine(const char* source, const char* text) { TraceLine(vn_log::kInfo, source, text); }
 
 // Set and cleared under the lifetime lock; the pump thread runs only while
 // its manager exists and reads neither.

@@ -15,8 +15,18 @@ const char* const kTunnelDtor = "~CVnLinkhostWinInetTunnel";
 // a send that would have blocked, and its close.
 constexpr long kPairEvents = FD_READ | FD_WRITE | FD_CLOSE;
 
-// The largest piece handed to one send.
-constexpr size_t kSendPiece = 1u << 30;
+// The pump reads a side in pieces into one buffer, and at most a few pieces
+// in one pass, so that a busy pair lets the others have their turn: it is
+// read again at once when more is there.
+constexpr int kPiece = 256 * 1024;
+constexpr DWORD kPassBudget = 4 * kPiece;
+
+// Pairs are served by the one pump thread alone, so one buffer does.
+char* PumpBuffer()
+{
+    static char* buffer = new char[kPiece];
+    return buffer;
+}
 
 // Sends from `data` on; `sent` tells how far it got. 1 when the socket took
 // everything, 0 when it would block, -1 when it failed.
@@ -24,7 +34,7 @@ int SendSome(CSocket& to, const char* data, size_t size, size_t& sent)
 {
     sent = 0;
     while (sent < size) {
-        const int n = to.SendBytes(data + sent, static_cast<int>(std::min(size - sent, kSendPiece)));
+        const int n = to.SendBytes(data + sent, static_cast<int>(std::min<size_t>(size - sent, kPiece)));
         if (n == SOCKET_ERROR)
             return ::WSAGetLastError() == WSAEWOULDBLOCK ? 0 : -1;
         sent += static_cast<size_t>(n);
@@ -93,20 +103,19 @@ bool CVnTunnelSocket::OnNetworkEvents(int side)
     if ((events.lNetworkEvents & FD_WRITE) && _isWaiting(other)) {
         // The peer's bytes held back for this side can go now; the peer was
         // not read meanwhile, so what it sent since is read here.
-        if (_flush(other) && !m_bClosed[other])
-            _pass(other);
+        if (_flush(other))
+            _pass(other, false);
     }
     if (events.lNetworkEvents & FD_READ)
         Transfer(side);
     if (events.lNetworkEvents & FD_CLOSE) {
         m_bClosed[side] = true;
-        if (events.iErrorCode[FD_CLOSE_BIT] != 0) {
+        // What the side sent before its close still goes to the other side,
+        // unless the connection was reset.
+        if (events.iErrorCode[FD_CLOSE_BIT] != 0)
             m_bBroken = true;
-        } else {
-            // What the side sent before its close still goes to the other side.
-            while (!m_bBroken && _pass(side) != 0) {
-            }
-        }
+        else
+            _pass(side, true);
     }
     return m_bBroken || (m_bClosed[0] && !_isWaiting(0)) || (m_bClosed[1] && !_isWaiting(1));
 }
@@ -117,21 +126,28 @@ bool CVnTunnelSocket::Transfer(int side)
     // its read event comes again once it is read.
     if (_isWaiting(side))
         return true;
-    if (_pass(side) == 0) {
+    if (_pass(side, false) == 0) {
         LogLine(vn_log::kError, kTransferSource, "Empty buffer. Continue");
         return false;
     }
     return !m_bBroken;
 }
 
-DWORD CVnTunnelSocket::_pass(int side)
+DWORD CVnTunnelSocket::_pass(int side, bool whole)
 {
-    std::unique_ptr<char[]> buffer;
-    DWORD size = 0;
-    GetSocket(side)->ReceiveBytes(buffer, size);
-    if (size != 0)
-        _forward(side, buffer.get(), size);
-    return size;
+    CSocket* from = GetSocket(side);
+    char* buffer = PumpBuffer();
+    DWORD total = 0;
+    while (!m_bBroken && (whole || (total < kPassBudget && !_isWaiting(side)))) {
+        // A would-block, the close or a failure ends the reading; the
+        // events tell the close and the failure.
+        const int got = from->Receive(buffer, kPiece);
+        if (got <= 0)
+            break;
+        _forward(side, buffer, static_cast<size_t>(got));
+        total += static_cast<DWORD>(got);
+    }
+    return total;
 }
 
 void CVnTunnelSocket::_forward(int side, const char* data, size_t size)

@@ -48,7 +48,8 @@ public:
     void HandOverEvents(std::vector<vfc::TWsaEvent>& to);
 
     // Handles the network events recorded for `side`: what it may write now,
-    // what it has to read, its close. True when the pair is done: a side has
+    // what it has to read, its close (after which what it still had is read
+    // whole). True when the pair is done: a side has
     // closed and all it had sent has reached the other side, or a side broke.
     bool OnNetworkEvents(int side);
     // Reads what `side` has and sends it to the other side. What the other
@@ -57,8 +58,10 @@ public:
     bool Transfer(int side);
 
 private:
-    // Reads what `side` has and forwards it; the number of bytes read.
-    DWORD _pass(int side);
+    // Reads `side` and forwards what came; the number of bytes read. Stops
+    // when nothing more is there, or (unless `whole`) when the other side
+    // can't take more or the pass has read its share.
+    DWORD _pass(int side, bool whole);
     // Sends what `side` read to the other side, after whatever still waits.
     void _forward(int side, const char* data, size_t size);
     // Sends what waits from `side`; true when nothing waits any more.

@@ -119,3 +119,5 @@ void CSocket::SendBytes(const std::string& text)
 }
 
 int CSocket::SendBytes(const char* buffer, int len) { return ::send(GetSocket(), buffer, len, 0); }
+
+int CSocket::Receive(char* buffer, int len) { return ::recv(GetSocket(), buffer, len, 0); }

@@ -56,6 +56,9 @@ public:
     void SendBytes(const std::string& text);
     // send as the platform does it: SOCKET_ERROR or the count sent.
     int SendBytes(const char* buffer, int len);
+    // recv as the platform does it: SOCKET_ERROR, 0 at the peer's close, or
+    // the count read. For a caller that reads into a buffer of its own.
+    int Receive(char* buffer, int len);
 
 protected:
     // A new handle for this object; the old one is left open (the listener's).
