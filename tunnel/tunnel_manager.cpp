@@ -20,8 +20,8 @@ constexpr DWORD kThreadEndMs = 60000;
 // The pump's account of each single event.
 void PumpLine(const char* source, const char* text) { TraceLine(vn_log::kInfo, source, text); }
 
-// Set and cleared under the lifetime lock; the pump thread runs only while
-// its manager exists and reads neither.
+// Made and destroyed under the lifetime lock. The pump thread is started
+// after both exist and ends before either goes; it reads only the generator.
 CVnLinkhostTunnelManagerEx* s_pManager = nullptr;
 CVnIdGenerator* s_pIdGenerator = nullptr;
 
@@ -73,7 +73,7 @@ CVnLinkhostWinInetTunnel* TunnelStorage::GetAt(size_t index)
     return index < m_tunnels.size() ? m_tunnels[index] : nullptr;
 }
 
-bool TunnelStorage::Freeze()
+void TunnelStorage::Freeze()
 {
     Unfreeze();
     vfc::TLock lock(m_hMutex);
@@ -93,15 +93,13 @@ bool TunnelStorage::Freeze()
             }
         }
     }
-    return true;
 }
 
-bool TunnelStorage::Unfreeze()
+void TunnelStorage::Unfreeze()
 {
     vfc::TLock lock(m_hMutex);
     m_events.clear();
     m_eventIds.clear();
-    return true;
 }
 
 void TunnelStorage::Retire(std::vector<vfc::TWsaEvent>& events)
@@ -132,20 +130,6 @@ bool TunnelStorage::FindOwnerAndLock(DWORD index, CVnEventOwner& owner)
                     return true;
                 }
             }
-        }
-    }
-    return false;
-}
-
-bool TunnelStorage::DeleteSocket(CVnTunnelSocket* socket)
-{
-    vfc::TLock lock(m_hMutex);
-    for (CVnLinkhostWinInetTunnel* tunnel : m_tunnels) {
-        auto& pairs = tunnel->Sockets();
-        auto it = std::find_if(pairs.begin(), pairs.end(), [socket](const auto& p) { return p.get() == socket; });
-        if (it != pairs.end()) {
-            pairs.erase(it);
-            return true;
         }
     }
     return false;
@@ -200,7 +184,7 @@ bool CVnLinkhostTunnelManagerEx::StartThread()
 unsigned __stdcall CVnLinkhostTunnelManagerEx::ThreadProc(void* param)
 {
     HRESULT result = E_FAIL;
-    // Nothing thrown leaves the thread; a heap that ran out ends the pump.
+    // Nothing thrown leaves the thread.
     try {
         result = static_cast<CVnLinkhostTunnelManagerEx*>(param)->Execute();
     } catch (...) {
@@ -216,11 +200,7 @@ HRESULT CVnLinkhostTunnelManagerEx::Execute()
     LogLine(vn_log::kInfo, kExecute, "====== Thread begin running ...");
     HRESULT result = S_OK;
     for (bool running = true; running;) {
-        if (!m_pStorage->Freeze()) {
-            LogLine(vn_log::kError, kExecuteError, "Socket's queue Freeze Error ");
-            result = E_FAIL;
-            break;
-        }
+        m_pStorage->Freeze();
         CVnTunnelStatus status;
         CVnEventOwner owner;
         WaitEvents(status, owner);
@@ -240,7 +220,14 @@ HRESULT CVnLinkhostTunnelManagerEx::Execute()
             continue;
         }
         PumpLine(kExecute, "!Lock WinInetTunnel");
-        running = _dispatch(owner, result);
+        try {
+            running = _dispatch(owner, result);
+        } catch (...) {
+            // A heap that ran out ends the pump, the tunnel's lock let go first.
+            LogLine(vn_log::kError, kExecuteError, "Unknown exception.");
+            result = E_FAIL;
+            running = false;
+        }
         owner.pTunnel->Unlock();
         PumpLine(kExecute, "!UnLock WinInetTunnel");
     }
@@ -330,7 +317,7 @@ bool CVnLinkhostTunnelManagerEx::_dispatch(CVnEventOwner& owner, HRESULT& result
     // A pair handles every event of the record at once: what can be written,
     // what was read, and the close.
     if (owner.pSocket && owner.pSocket->OnNetworkEvents(owner.side)) {
-        if (m_pStorage->DeleteSocket(owner.pSocket))
+        if (owner.pTunnel->DeleteSocket(owner.pSocket))
             LogLine(vn_log::kInfo, kExecuteError, "Socket delete successfully");
         else
             LogLine(vn_log::kError, kExecuteError, "TunnelSocket not found");

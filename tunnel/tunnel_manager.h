@@ -11,7 +11,7 @@
 // event and locks its tunnel under the storage's lock, so a tunnel that left
 // the storage is never touched again; a tunnel's destructor leaves the
 // storage first and only then waits for its own lock. The pump thread never
-// takes the lifetime lock.
+// takes the lifetime lock, and takes no lock while it holds a tunnel's.
 #pragma once
 
 #include <winsock2.h>
@@ -78,8 +78,8 @@ public:
     // Builds the array: each tunnel's listener, then each of its pairs'
     // client and remote events. With no tunnel left, the pump counts as
     // stopped from here on, so that the next Add starts a thread again.
-    bool Freeze();
-    bool Unfreeze();
+    void Freeze();
+    void Unfreeze();
     DWORD GetEventCount() const { return static_cast<DWORD>(m_events.size()); }
     const WSAEVENT* GetEvents() const { return m_events.data(); }
     // Takes the events of a tunnel that left, and of its pairs: the array
@@ -90,9 +90,6 @@ public:
     // The owner of the array's entry `index`, with its tunnel locked; false
     // when nothing in the storage owns it any more.
     bool FindOwnerAndLock(DWORD index, CVnEventOwner& owner);
-    // Finds the pair in its tunnel and destroys it; the caller holds that
-    // tunnel's lock.
-    bool DeleteSocket(CVnTunnelSocket* socket);
     // The pump ended with tunnels still here: the next Add starts a thread.
     void PumpStopped();
 

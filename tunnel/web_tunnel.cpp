@@ -1,7 +1,5 @@
 #include "tunnel/web_tunnel.h"
 
-#include <new>
-
 #include "host/log.h"
 #include "settings/proxy_config_helper.h"
 #include "vfc/text.h"
@@ -33,18 +31,7 @@ CVnWebTunnel::CVnWebTunnel() : m_pConfigData(new CConfigData), m_pTunnel(new CVn
 
 HRESULT CVnWebTunnel::CreateInstance(vfc::TComPtr<CVnWebTunnel>& tunnel) noexcept
 {
-    const char* const method = "CVnWebTunnel::CVnWebTunnel";
-    try {
-        tunnel = vfc::TComPtr<CVnWebTunnel>(new CVnWebTunnel);
-        return S_OK;
-    } catch (const char* text) {
-        LogLine(vn_log::kError, method, text);
-    } catch (int code) {
-        LogLine(vn_log::kErrorDec, method, "Socket error.", code);
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-    return E_FAIL;
+    return CatchSocketErrors("CVnWebTunnel::CVnWebTunnel", [&] { tunnel = vfc::TComPtr<CVnWebTunnel>(new CVnWebTunnel); });
 }
 
 HRESULT CVnWebTunnel::Init(BSTR remoteHost, LONG remotePort, const CConfigData& configData, HWND hWindow,

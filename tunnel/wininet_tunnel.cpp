@@ -207,17 +207,18 @@ CVnLinkhostWinInetTunnel::~CVnLinkhostWinInetTunnel()
         manager->GetStorage()->Remove(this);
         LogLine(vn_log::kInfo, kTunnelDtor, "Self removed from queue");
     }
-    // The pump may be handling an event of this tunnel; it finishes first.
-    Lock();
     std::vector<vfc::TWsaEvent> events;
-    events.emplace_back(m_hServerEvent.detach());
-    for (const auto& pair : m_sockets)
-        pair->HandOverEvents(events);
-    m_pServerSocket.reset();
-    LogLine(vn_log::kInfo, kTunnelDtor, "Server socket removed");
-    m_sockets.clear();
-    LogLine(vn_log::kInfo, kTunnelDtor, "Clear TunnelSockets queue");
-    Unlock();
+    {
+        // The pump may be handling an event of this tunnel; it finishes first.
+        vfc::TLock own(m_hMutex);
+        events.emplace_back(m_hServerEvent.detach());
+        for (const auto& pair : m_sockets)
+            pair->HandOverEvents(events);
+        m_pServerSocket.reset();
+        LogLine(vn_log::kInfo, kTunnelDtor, "Server socket removed");
+        m_sockets.clear();
+        LogLine(vn_log::kInfo, kTunnelDtor, "Clear TunnelSockets queue");
+    }
     if (manager) {
         manager->GetStorage()->Retire(events);
         manager->NotifiyTunnelRemoved();
@@ -263,5 +264,14 @@ bool CVnLinkhostWinInetTunnel::AcceptClient()
     if (!pair->IsConnected())
         return false;
     m_sockets.push_back(std::move(pair));
+    return true;
+}
+
+bool CVnLinkhostWinInetTunnel::DeleteSocket(CVnTunnelSocket* socket)
+{
+    auto it = std::find_if(m_sockets.begin(), m_sockets.end(), [socket](const auto& pair) { return pair.get() == socket; });
+    if (it == m_sockets.end())
+        return false;
+    m_sockets.erase(it);
     return true;
 }

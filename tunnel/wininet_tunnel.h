@@ -103,6 +103,8 @@ public:
     // On the pump thread: accepts one client and connects it. A client whose
     // connect failed is let go again, which closes its connection.
     bool AcceptClient();
+    // On the pump thread: destroys a pair of this tunnel; false if it has none such.
+    bool DeleteSocket(CVnTunnelSocket* socket);
 
     void Lock() { m_hMutex.Enter(); }
     void Unlock() { m_hMutex.Leave(); }

@@ -61,7 +61,9 @@ private:
         char url[512] = {};
         DWORD size = sizeof url;
         ::InternetQueryOptionA(request, INTERNET_OPTION_URL, url, &size);  // "http://host:port/"
-        Of(request).target = std::string(url + 7, std::strlen(url) - 8);
+        TRequest& r = Of(request);  // the platform reuses the values of closed handles
+        ::closesocket(r.socket);
+        r = {std::string(url + 7, std::strlen(url) - 8)};
         return request;
     }
     static BOOL WINAPI Send(HINTERNET request, LPCSTR, DWORD, LPVOID, DWORD)
