@@ -67,12 +67,6 @@ size_t TunnelStorage::GetCount()
     return m_tunnels.size();
 }
 
-CVnLinkhostWinInetTunnel* TunnelStorage::GetAt(size_t index)
-{
-    vfc::TLock lock(m_hMutex);
-    return index < m_tunnels.size() ? m_tunnels[index] : nullptr;
-}
-
 void TunnelStorage::Freeze()
 {
     Unfreeze();

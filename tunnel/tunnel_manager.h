@@ -73,7 +73,6 @@ public:
     bool Add(CVnLinkhostWinInetTunnel* tunnel);
     void Remove(CVnLinkhostWinInetTunnel* tunnel);
     size_t GetCount();
-    CVnLinkhostWinInetTunnel* GetAt(size_t index);
 
     // Builds the array: each tunnel's listener, then each of its pairs'
     // client and remote events. With no tunnel left, the pump counts as

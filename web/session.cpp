@@ -72,36 +72,38 @@ STDMETHODIMP CVnWebSession::CreateWebRequest(BSTR url, BSTR method, IVnWebReques
     return hr;
 }
 
+namespace {
+
+// A proxy or a tunnel for the caller, tied to the client's process like its
+// requests; its initialisation follows.
+template <typename T, typename I>
+HRESULT MakeForClient(vfc::TComPtr<T>& object, I** out, DWORD processId)
+{
+    if (!out)
+        return E_POINTER;
+    *out = nullptr;
+    HRESULT hr = T::CreateInstance(object);
+    if (FAILED(hr))
+        return hr;
+    hr = object->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(out));
+    if (FAILED(hr))
+        return hr;
+    object->WatchClient(processId);
+    return S_OK;
+}
+
+}  // namespace
+
 STDMETHODIMP CVnWebSession::CreateProxy(IVnWebProxy** object)
 {
-    if (!object)
-        return E_POINTER;
-    *object = nullptr;
     vfc::TComPtr<CVnWebProxy> proxy;
-    HRESULT hr = CVnWebProxy::CreateInstance(proxy);
-    if (FAILED(hr))
-        return hr;
-    hr = proxy->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(object));
-    if (FAILED(hr))
-        return hr;
-    // The proxy goes with the client's process, like its requests.
-    proxy->WatchClient(m_monitor.GetProcessId());
-    return proxy->Init(*m_pWorkData, m_hWnd);
+    const HRESULT hr = MakeForClient(proxy, object, m_monitor.GetProcessId());
+    return FAILED(hr) ? hr : proxy->Init(*m_pWorkData, m_hWnd);
 }
 
 STDMETHODIMP CVnWebSession::CreateTunnel(BSTR remoteHost, LONG remotePort, IVnWebTunnel** object)
 {
-    if (!object)
-        return E_POINTER;
-    *object = nullptr;
     vfc::TComPtr<CVnWebTunnel> tunnel;
-    HRESULT hr = CVnWebTunnel::CreateInstance(tunnel);
-    if (FAILED(hr))
-        return hr;
-    hr = tunnel->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(object));
-    if (FAILED(hr))
-        return hr;
-    // The tunnel goes with the client's process, like its proxies.
-    tunnel->WatchClient(m_monitor.GetProcessId());
-    return tunnel->Init(remoteHost, remotePort, *m_pWorkData, m_hWnd, m_monitor);
+    const HRESULT hr = MakeForClient(tunnel, object, m_monitor.GetProcessId());
+    return FAILED(hr) ? hr : tunnel->Init(remoteHost, remotePort, *m_pWorkData, m_hWnd, m_monitor);
 }
