@@ -19,6 +19,7 @@ BOOL WINAPI PlatformDetectAutoProxyUrl(LPSTR url, DWORD length, DWORD flags)
 
 VnPlatformSeams& PlatformSeams()
 {
-    static VnPlatformSeams seams = {::MessageBoxA, PlatformDetectAutoProxyUrl, ::InternetErrorDlg};
+    static VnPlatformSeams seams = {::MessageBoxA, PlatformDetectAutoProxyUrl, ::InternetErrorDlg, ::HttpOpenRequestA,
+                                    ::HttpSendRequestA, ::HttpQueryInfoA, ::InternetQueryOptionA};
     return seams;
 }

@@ -2,6 +2,9 @@
 // show a window, and calls inside wininet that no DLL swap reaches. One
 // process-wide table, defaulting to the platform; a test swaps an entry for the
 // length of a scope with TScopedSeam.
+//
+// The last four are the tunnel's CONNECT handshake and the hand-over of its
+// socket (option 67); only the tunnel's connect calls them through here.
 #pragma once
 
 #include <windows.h>
@@ -11,6 +14,10 @@ struct VnPlatformSeams {
     int(WINAPI* MessageBoxA)(HWND, LPCSTR, LPCSTR, UINT);
     BOOL(WINAPI* DetectAutoProxyUrl)(LPSTR, DWORD, DWORD);
     DWORD(WINAPI* InternetErrorDlg)(HWND, HINTERNET, DWORD, DWORD, LPVOID*);
+    HINTERNET(WINAPI* HttpOpenRequestA)(HINTERNET, LPCSTR, LPCSTR, LPCSTR, LPCSTR, LPCSTR*, DWORD, DWORD_PTR);
+    BOOL(WINAPI* HttpSendRequestA)(HINTERNET, LPCSTR, DWORD, LPVOID, DWORD);
+    BOOL(WINAPI* HttpQueryInfoA)(HINTERNET, DWORD, LPVOID, LPDWORD, LPDWORD);
+    BOOL(WINAPI* InternetQueryOptionA)(HINTERNET, DWORD, LPVOID, LPDWORD);
 };
 
 VnPlatformSeams& PlatformSeams();

@@ -24,18 +24,7 @@ CVnWebProxy::CVnWebProxy() : m_bstrLocalHost(L"127.0.0.1"), m_pConfigData(new CC
 
 HRESULT CVnWebProxy::CreateInstance(vfc::TComPtr<CVnWebProxy>& proxy) noexcept
 {
-    const char* const method = "CVnWebProxy::CVnWebProxy";
-    try {
-        proxy = vfc::TComPtr<CVnWebProxy>(new CVnWebProxy);
-        return S_OK;
-    } catch (const char* text) {
-        LogLine(vn_log::kError, method, text);
-    } catch (int code) {
-        LogLine(vn_log::kErrorDec, method, "Socket error.", code);
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-    return E_FAIL;
+    return CatchSocketErrors("CVnWebProxy::CVnWebProxy", [&] { proxy = vfc::TComPtr<CVnWebProxy>(new CVnWebProxy); });
 }
 
 HRESULT CVnWebProxy::Init(const CConfigData& configData, HWND hWindow)

@@ -16,24 +16,13 @@
 #include <cstring>
 #include <string>
 
+#include "sample_support.h"
 #include "vnlinkhost.h"
 
 namespace {
 
-BSTR Text(const char* text)
-{
-    int n = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
-    BSTR out = SysAllocStringLen(nullptr, n > 0 ? n - 1 : 0);
-    if (n > 0)
-        MultiByteToWideChar(CP_ACP, 0, text, -1, out, n);
-    return out;
-}
-
-HRESULT Fail(const char* what, HRESULT hr)
-{
-    std::fprintf(stderr, "%s failed: 0x%08lX\n", what, static_cast<unsigned long>(hr));
-    return hr;
-}
+using vn_sample::Fail;
+using vn_sample::Text;
 
 // Writes the whole body text to the request's stream.
 HRESULT WriteBody(IVnWebRequest* request, const char* body)

@@ -18,47 +18,10 @@
 #include <cstring>
 #include <string>
 
+#include "sample_support.h"
 #include "vnlinkhost.h"
 
-namespace {
-
-BSTR Text(const char* text)
-{
-    int n = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
-    BSTR out = SysAllocStringLen(nullptr, n > 0 ? n - 1 : 0);
-    if (n > 0)
-        MultiByteToWideChar(CP_ACP, 0, text, -1, out, n);
-    return out;
-}
-
-HRESULT Fail(const char* what, HRESULT hr)
-{
-    std::fprintf(stderr, "%s failed: 0x%08lX\n", what, static_cast<unsigned long>(hr));
-    return hr;
-}
-
-// "KEY=VALUE" to SetConfigurationValue.
-HRESULT SetKey(IVnLinkhost* host, const char* assignment)
-{
-    const char* eq = std::strchr(assignment, '=');
-    if (!eq)
-        return E_INVALIDARG;
-    BSTR name = Text(std::string(assignment, eq).c_str()), value = Text(eq + 1);
-    HRESULT hr = host->SetConfigurationValue(name, value);
-    SysFreeString(name);
-    SysFreeString(value);
-    return hr;
-}
-
-void WaitForStop()
-{
-    char line[256];
-    while (std::fgets(line, sizeof line, stdin))
-        if (std::strncmp(line, "stop", 4) == 0)
-            return;
-}
-
-}  // namespace
+using namespace vn_sample;
 
 int main(int argc, char** argv)
 {

@@ -2,6 +2,7 @@
 
 #include "host/log.h"
 #include "proxy/web_proxy.h"
+#include "tunnel/web_tunnel.h"
 #include "vfc/com_ptr.h"
 #include "web/request.h"
 
@@ -71,27 +72,38 @@ STDMETHODIMP CVnWebSession::CreateWebRequest(BSTR url, BSTR method, IVnWebReques
     return hr;
 }
 
-STDMETHODIMP CVnWebSession::CreateProxy(IVnWebProxy** object)
+namespace {
+
+// A proxy or a tunnel for the caller, tied to the client's process like its
+// requests; its initialisation follows.
+template <typename T, typename I>
+HRESULT MakeForClient(vfc::TComPtr<T>& object, I** out, DWORD processId)
 {
-    if (!object)
+    if (!out)
         return E_POINTER;
-    *object = nullptr;
-    vfc::TComPtr<CVnWebProxy> proxy;
-    HRESULT hr = CVnWebProxy::CreateInstance(proxy);
+    *out = nullptr;
+    HRESULT hr = T::CreateInstance(object);
     if (FAILED(hr))
         return hr;
-    hr = proxy->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(object));
+    hr = object->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(out));
     if (FAILED(hr))
         return hr;
-    // The proxy goes with the client's process, like its requests.
-    proxy->WatchClient(m_monitor.GetProcessId());
-    return proxy->Init(*m_pWorkData, m_hWnd);
+    object->WatchClient(processId);
+    return S_OK;
 }
 
-// Tunnels are not part of this build yet.
-STDMETHODIMP CVnWebSession::CreateTunnel(BSTR, LONG, IVnWebTunnel** object)
+}  // namespace
+
+STDMETHODIMP CVnWebSession::CreateProxy(IVnWebProxy** object)
 {
-    if (object)
-        *object = nullptr;
-    return E_NOTIMPL;
+    vfc::TComPtr<CVnWebProxy> proxy;
+    const HRESULT hr = MakeForClient(proxy, object, m_monitor.GetProcessId());
+    return FAILED(hr) ? hr : proxy->Init(*m_pWorkData, m_hWnd);
+}
+
+STDMETHODIMP CVnWebSession::CreateTunnel(BSTR remoteHost, LONG remotePort, IVnWebTunnel** object)
+{
+    vfc::TComPtr<CVnWebTunnel> tunnel;
+    const HRESULT hr = MakeForClient(tunnel, object, m_monitor.GetProcessId());
+    return FAILED(hr) ? hr : tunnel->Init(remoteHost, remotePort, *m_pWorkData, m_hWnd, m_monitor);
 }

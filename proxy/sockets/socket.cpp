@@ -3,6 +3,9 @@
 #include "proxy/sockets/sockets.h"
 
 #include <cstring>
+#include <new>
+
+#include "host/log.h"
 
 std::atomic<unsigned> g_socketInstances{0};
 
@@ -119,3 +122,20 @@ void CSocket::SendBytes(const std::string& text)
 }
 
 int CSocket::SendBytes(const char* buffer, int len) { return ::send(GetSocket(), buffer, len, 0); }
+
+int CSocket::Receive(char* buffer, int len) { return ::recv(GetSocket(), buffer, len, 0); }
+
+HRESULT CatchSocketErrors(const char* method, const std::function<void()>& make) noexcept
+{
+    try {
+        make();
+        return S_OK;
+    } catch (const char* text) {
+        LogLine(vn_log::kError, method, text);
+    } catch (int code) {
+        LogLine(vn_log::kErrorDec, method, "Socket error.", code);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return E_FAIL;
+}

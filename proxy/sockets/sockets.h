@@ -9,6 +9,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -56,6 +57,9 @@ public:
     void SendBytes(const std::string& text);
     // send as the platform does it: SOCKET_ERROR or the count sent.
     int SendBytes(const char* buffer, int len);
+    // recv as the platform does it: SOCKET_ERROR, 0 at the peer's close, or
+    // the count read. For a caller that reads into a buffer of its own.
+    int Receive(char* buffer, int len);
 
 protected:
     // A new handle for this object; the old one is left open (the listener's).
@@ -84,6 +88,11 @@ public:
     // resolved or the connection fails.
     CSocketClient(const std::string& host, unsigned short port);
 };
+
+// Runs `make`, which builds an object over the socket layer: what the layer
+// throws is logged under `method` and gives E_FAIL, a heap that ran out
+// E_OUTOFMEMORY; S_OK when `make` returned.
+HRESULT CatchSocketErrors(const char* method, const std::function<void()>& make) noexcept;
 
 // Waits until one or two sockets are readable: with mode 1 it only looks,
 // with any other mode it waits without limit. Throws "Error in select".

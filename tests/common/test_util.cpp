@@ -1,9 +1,11 @@
 #include "common/test_util.h"
 
 #include <shlobj.h>
+#include <wincrypt.h>
 #include <tlhelp32.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -131,6 +133,44 @@ int CountLogLinesSince(size_t offset, const std::string& text)
     for (size_t pos = tail.find(text); pos != std::string::npos; pos = tail.find(text, pos + text.size()))
         ++count;
     return count;
+}
+
+std::map<std::string, std::string> ReadyLine(const char* variable)
+{
+    std::map<std::string, std::string> words;
+    const char* line = std::getenv(variable);
+    std::istringstream in(line ? line : "");
+    std::string word;
+    while (in >> word) {
+        size_t eq = word.find('=');
+        if (eq != std::string::npos)
+            words[word.substr(0, eq)] = word.substr(eq + 1);
+    }
+    return words;
+}
+
+std::string Sha256(const std::string& bytes)
+{
+    HCRYPTPROV provider = 0;
+    HCRYPTHASH hash = 0;
+    std::string hex;
+    if (CryptAcquireContextA(&provider, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT) &&
+        CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash) &&
+        CryptHashData(hash, reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size()), 0)) {
+        BYTE digest[32];
+        DWORD size = sizeof digest;
+        if (CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0))
+            for (DWORD i = 0; i < size; ++i) {
+                char two[3];
+                sprintf(two, "%02x", digest[i]);
+                hex += two;
+            }
+    }
+    if (hash)
+        CryptDestroyHash(hash);
+    if (provider)
+        CryptReleaseContext(provider, 0);
+    return hex;
 }
 
 std::string RegText(HKEY root, const std::string& key, const char* value)

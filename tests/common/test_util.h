@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <map>
 #include <string>
 
 namespace vn_test {
@@ -71,6 +72,12 @@ DWORD FindProcess(const char* imageName);
 size_t LogSize();
 std::string LogSince(size_t offset);
 int CountLogLinesSince(size_t offset, const std::string& text);
+
+// The key=value words of a READY line in an environment variable.
+std::map<std::string, std::string> ReadyLine(const char* variable);
+
+// Lower-case hex SHA-256 of the bytes.
+std::string Sha256(const std::string& bytes);
 
 // Text of a registry value (REG_SZ), or "<missing>".
 std::string RegText(HKEY root, const std::string& key, const char* value);

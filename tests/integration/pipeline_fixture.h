@@ -13,15 +13,9 @@
 
 namespace vn_test {
 
-// The key=value words of a READY line in an environment variable.
-std::map<std::string, std::string> ReadyLine(const char* variable);
-
 // The whole body of a stream, read in blocks through IVnStream::Read; the
 // status that ended the reading goes to `status` (S_OK at a clean end).
 std::string ReadAll(IVnStream* stream, HRESULT* status = nullptr);
-
-// Lower-case hex SHA-256 of the bytes.
-std::string Sha256(const std::string& bytes);
 
 // The platform's receive time-out, shortened for a test through the value an
 // administrator would set under Internet Settings; read by each new session.

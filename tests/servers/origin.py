@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Loopback HTTP/1.1 origin server of the tests; binds 127.0.0.1 only, prints (and puts in --ready-file)
-"READY http=<port> https=<port> ... refused=<port> blackhole=<port> pid=<pid>": a TLS listener per
-make-test-ca certificate in --tls-dir, a port that refuses, one that never accepts. --log gets a JSON
-line per request, as /echo gives it less query and tls, plus id, t, status. Routes: /echo?status=,
+"READY http=<port> https=<port> ... refused=<port> blackhole=<port> echo=<port> pid=<pid>": a TLS
+listener per make-test-ca certificate in --tls-dir, a port that refuses, one that never accepts, a raw TCP
+echo. --log gets a JSON line per request, as /echo gives it less query and tls, plus id, t, status. Routes: /echo?status=,
 /bytes?n=&mode=length|chunked|close&seed= (X-Body-Sha256, X-Body-Length: what the bytes hash to),
 /slow?n=&piece=64&delay_ms=100&head_delay_ms=0&mode=, /short?n=&sent=n/2, /stall?n=&sent=n/2&max_ms=,
 /reset-mid?n=&sent=n/2&pause_ms=200, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302,
@@ -237,6 +237,17 @@ class Listener(http.server.ThreadingHTTPServer):
         request.close()
 
 
+def echo(server):
+    """Sends back what each connection sends, until it closes."""
+    def serve(connection):
+        with connection:
+            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            for piece in iter(lambda: connection.recv(65536), b""):
+                connection.sendall(piece)
+    while True:
+        threading.Thread(target=serve, args=(server.accept()[0],), daemon=True).start()
+
+
 def main():
     global LOG_FILE, LIFETIME
     p = argparse.ArgumentParser(description="Loopback origin server of the tests.")
@@ -259,7 +270,10 @@ def main():
     refused.bind(("127.0.0.1", 0))
     blackhole.bind(("127.0.0.1", 0))
     blackhole.listen(64)
-    ports += [("refused", refused.getsockname()[1]), ("blackhole", blackhole.getsockname()[1]), ("pid", os.getpid())]
+    echoing = socket.create_server(("127.0.0.1", 0))
+    threading.Thread(target=echo, args=(echoing,), daemon=True).start()
+    ports += [("refused", refused.getsockname()[1]), ("blackhole", blackhole.getsockname()[1]),
+              ("echo", echoing.getsockname()[1]), ("pid", os.getpid())]
     line = "READY " + " ".join("%s=%d" % item for item in ports)
     if args.ready_file:
         with open(args.ready_file + ".tmp", "w") as f:
