@@ -124,14 +124,15 @@ std::string LogSince(size_t offset)
     return all.substr(std::min(offset, all.size()));
 }
 
-int CountLogLinesSince(size_t offset, const std::string& text)
+int Count(const std::string& text, const std::string& part)
 {
-    const std::string tail = LogSince(offset);
     int count = 0;
-    for (size_t pos = tail.find(text); pos != std::string::npos; pos = tail.find(text, pos + text.size()))
+    for (size_t pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + part.size()))
         ++count;
     return count;
 }
+
+int CountLogLinesSince(size_t offset, const std::string& text) { return Count(LogSince(offset), text); }
 
 std::string RegText(HKEY root, const std::string& key, const char* value)
 {

@@ -67,6 +67,9 @@ bool WaitUntil(Pred pred, DWORD timeoutMs)
 // Id of a process with exactly this image name other than this one, or 0.
 DWORD FindProcess(const char* imageName);
 
+// How often `part` stands in `text`, the places not overlapping.
+int Count(const std::string& text, const std::string& part);
+
 // Size of the product's log in this prefix, what came since `offset`, and how often `text` is in that.
 size_t LogSize();
 std::string LogSince(size_t offset);

@@ -304,11 +304,10 @@ TEST(CredentialObjects, StoreFollowsItsLibraryAndIsOneForAllThreadsUntilReleased
     ReleaseCredentialObjects();
     EXPECT_EQ(nullptr, ::GetModuleHandleA("credui.dll"));
     cu::Clear();
-    EXPECT_EQ(0, Cred::GetPassLogin(host + ":8080", login, password));
-    EXPECT_EQ(login + password, "firsttwo");
-    EXPECT_EQ(0, Cred::GetPassLogin(host + ":8081", login, password));
-    EXPECT_EQ("other", login);
-    EXPECT_EQ(-1, Cred::GetPassLogin(host, login, password));
+    std::string other, secret, none;
+    EXPECT_EQ(std::make_tuple(0L, 0L, -1L), std::make_tuple(Cred::GetPassLogin(host + ":8080", login, password),
+              Cred::GetPassLogin(host + ":8081", other, secret), Cred::GetPassLogin(host, none, none)));
+    EXPECT_EQ("firsttwo|otherthree", login + password + "|" + other + secret);
 }
 
 }  // namespace

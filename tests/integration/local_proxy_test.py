@@ -5,6 +5,7 @@ server directly and through tinyproxy. Run under scripts/with-servers: local_pro
 import concurrent.futures
 import glob
 import hashlib
+import itertools
 import json
 import os
 import select
@@ -46,11 +47,7 @@ def read(path):
 
 
 def wait_for(predicate, seconds=60):
-    for _ in range(int(seconds * 10)):
-        if predicate():
-            return True
-        time.sleep(0.1)
-    return False
+    return any(predicate() or time.sleep(0.1) for _ in range(int(seconds * 10)))
 
 
 class Holder:
@@ -106,13 +103,7 @@ def read_response(f, bodiless=False):
 
 
 def read_to_end(s):
-    data = b""
-    for _ in range(100000):
-        piece = s.recv(65536)
-        if not piece:
-            return data
-        data += piece
-    return data
+    return b"".join(itertools.takewhile(bool, (s.recv(65536) for _ in range(100000))))
 
 
 def setUpModule():

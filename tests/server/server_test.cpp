@@ -3,7 +3,6 @@
 // time, as a service, killed. In this order: the last test leaves a stale class registration.
 #include <gtest/gtest.h>
 
-
 #include <algorithm>
 #include <tuple>
 #include <utility>
@@ -121,10 +120,8 @@ TEST_F(Server, ServesAllItsClientsWithItsPluginsLingersAndEndsWithItsLastClientA
     auto host = CreateRoot();
     ASSERT_TRUE(host);
     TServerProcess server;
-    const std::string lines = LogSince(log);
-    EXPECT_NE(std::string::npos, lines.find("Plugins found: \r\n")) << lines;
-    EXPECT_NE(std::string::npos, lines.find("[TestPlugin]  initialised")) << lines;
-    EXPECT_NE(std::string::npos, lines.find("  Testerweiterung               \t7.1")) << lines;
+    for (const char* line : {"Plugins found: \r\n", "[TestPlugin]  initialised", "  Testerweiterung               \t7.1"})
+        EXPECT_NE(std::string::npos, LogSince(log).find(line)) << LogSince(log);
     vfc::TComPtr<IUnknown> extension;
     EXPECT_EQ(S_OK, host->GetExtensionInterface(&IID_VnTestExtension, extension.put()));
     EXPECT_TRUE(extension);
@@ -137,8 +134,7 @@ TEST_F(Server, ServesAllItsClientsWithItsPluginsLingersAndEndsWithItsLastClientA
     // Clients of other processes share the root object.
     const std::string client = Quoted(BinDir() + "\\version_client.exe");
     TChild first(client), second(client);
-    EXPECT_EQ(0u, first.Wait(30000));
-    EXPECT_EQ(0u, second.Wait(30000));
+    EXPECT_EQ(std::make_pair(DWORD(0), DWORD(0)), std::make_pair(first.Wait(30000), second.Wait(30000)));
     EXPECT_EQ(1, CountLogLinesSince(log, "VnLinkhost version 01.00.00.0001 starting up"));
     EXPECT_EQ("<missing>", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
     host.reset();

@@ -170,12 +170,7 @@ TEST(QueueStreams, CallsGiveTheirBytesCountsEndsTimeOutsLinesAndRefusals)
 {
     // "+text" and "qS,N" queue bytes; "wS,N" writes a slice of "0123456789"; "rN[/T]" reads N bytes by Read (or waiting T
     // ms); "tN" takes N out as the request does; "s", "s0" read a line; "!" ends the body; "a", "p", "e", "c": see Step.
-    const struct {
-        bool readSide;
-        LONG expectedLength;
-        const char* steps;
-        const char* results;
-    } rows[] = {
+    const std::tuple<bool, LONG, std::string, std::string> rows[] = {  // the read side or the write side, the length expected
         {true, 0, "+0123456789|r0|+abcdefghij|r1000|+xyz|r2|a|p|c", "0123456789|abcdefghij|xy|1|22|R-1"},  // no wait for more
         {true, 0, "+abc|r-1|a|w0,3|a", "<invalid>|3|<not writable>:0|3"},
         {true, 0, "+abc|+def|!|r4|r4|r4|a", "abcd|ef||-1"},
@@ -191,17 +186,17 @@ TEST(QueueStreams, CallsGiveTheirBytesCountsEndsTimeOutsLinesAndRefusals)
         {false, 0, "q-1,2|q0,0|q1,2|t0", "0|0|2|bc"},
         {false, 0, "+line\r\n|r0|r0/0|s|s0|a", "<not readable>|<not readable>|<not readable>|<not readable>|6"},
     };
-    for (const auto& row : rows) {
+    for (auto& [readSide, expectedLength, steps, expected] : rows) {
         auto read = New<CVnQueueReadStream>();
         auto write = New<CVnQueueWriteStream>();
-        read->SetExpectedLength(row.expectedLength);
-        std::string results, steps = std::string(row.steps) + "|";
-        for (size_t pos = 0, end; (end = steps.find('|', pos)) != std::string::npos; pos = end + 1) {
-            const std::string step = steps.substr(pos, end - pos);
-            const std::string result = Step(row.readSide ? static_cast<CVnQueueCustomStream*>(read.get()) : write.get(), read.get(), step);
+        read->SetExpectedLength(expectedLength);
+        std::string results;
+        for (size_t pos = 0, end = 0; end != std::string::npos; pos = end + 1) {
+            const std::string step = steps.substr(pos, (end = steps.find('|', pos)) - pos);
+            const std::string result = Step(readSide ? static_cast<CVnQueueCustomStream*>(read.get()) : write.get(), read.get(), step);
             results += step[0] == '+' || step[0] == '!' ? "" : result + "|";
         }
-        EXPECT_EQ(std::string(row.results) + "|", results) << row.steps;
+        EXPECT_EQ(expected + "|", results) << steps;
     }
 }
 
@@ -326,8 +321,7 @@ TEST(ClientDeath, EndsMonitorWaitsAWaitingBufferWriteAndTheStreamsWaits)
     EXPECT_EQ(WAIT_OBJECT_0 + 1, monitor.Wait(event.get(), 10000));
     EXPECT_TRUE(full.Freed() && !full.result);
     EXPECT_TRUE(reader.Join(reading.get()) && writer.Join(writing.get()));
-    EXPECT_EQ("<broken>", got);
-    EXPECT_EQ(-1, Available(reading.get()));
-    EXPECT_EQ(kLimit, Available(writing.get()));  // what was queued stays, in the stream as in the buffer
-    EXPECT_EQ(DWORD(kLimit), full.buffer.GetSize());
+    // What was queued stays, in the write's stream as in the buffer.
+    EXPECT_EQ(std::make_tuple(std::string("<broken>"), -1L, kLimit, DWORD(kLimit)),
+              std::make_tuple(got, Available(reading.get()), Available(writing.get()), full.buffer.GetSize()));
 }
