@@ -4,18 +4,21 @@
 #include <tlhelp32.h>
 
 #include <algorithm>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 
+#include "vfc/unique_resource.h"
+
 namespace vn_test {
 
-std::string BinDir()
+std::string ThisProgram()
 {
     char path[MAX_PATH] = {};
     ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    return std::string(path, std::strrchr(path, '\\'));
+    return path;
 }
+
+std::string BinDir() { return ThisProgram().substr(0, ThisProgram().rfind('\\')); }
 
 std::string ReadWholeFile(const std::string& path)
 {
@@ -96,17 +99,13 @@ DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs)
 
 DWORD FindProcess(const char* imageName)
 {
-    HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (snapshot == INVALID_HANDLE_VALUE)
-        return 0;
+    const vfc::THandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32 entry = {};
     entry.dwSize = sizeof entry;
-    DWORD found = 0;
-    for (BOOL ok = ::Process32First(snapshot, &entry); ok && !found; ok = ::Process32Next(snapshot, &entry))
+    for (BOOL ok = ::Process32First(snapshot.get(), &entry); ok; ok = ::Process32Next(snapshot.get(), &entry))
         if (entry.th32ProcessID != ::GetCurrentProcessId() && ::lstrcmpiA(entry.szExeFile, imageName) == 0)
-            found = entry.th32ProcessID;
-    ::CloseHandle(snapshot);
-    return found;
+            return entry.th32ProcessID;
+    return 0;
 }
 
 static std::string LogPath()

@@ -7,8 +7,9 @@
 
 namespace vn_test {
 
-// Folder of the running test program (the product's exe is built beside
-// it), and a whole file (empty when it can't be read).
+// The running test program, which runs itself as a child where a test needs that; its folder (the product's exe is
+// built beside it); and a whole file (empty when it can't be read).
+std::string ThisProgram();
 std::string BinDir();
 std::string ReadWholeFile(const std::string& path);
 

@@ -17,12 +17,9 @@ std::map<std::string, std::string> ReadyLine(const char* variable)
     std::map<std::string, std::string> words;
     const char* line = std::getenv(variable);
     std::istringstream in(line ? line : "");
-    std::string word;
-    while (in >> word) {
-        size_t eq = word.find('=');
-        if (eq != std::string::npos)
-            words[word.substr(0, eq)] = word.substr(eq + 1);
-    }
+    for (std::string word; in >> word;)
+        if (word.find('=') != std::string::npos)
+            words[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
     return words;
 }
 

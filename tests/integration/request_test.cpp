@@ -19,8 +19,7 @@ std::vector<std::string> MarkedRequests(const std::string& marker, const char* v
 {
     std::vector<std::string> lines;
     std::istringstream log(ReadWholeFile(std::getenv(variable)));
-    std::string line;
-    while (std::getline(log, line))
+    for (std::string line; std::getline(log, line);)
         if (line.find(marker) != std::string::npos)
             lines.push_back(line);
     return lines;
@@ -56,7 +55,7 @@ TEST_F(Requests, EachVerbAndFramingGivesTheServersAnswerWithItsWholeBodyAndNoErr
         {"/bytes?n=8000000&seed=7&mode=length", L"GET", 0, 200, 8000000, "", S_OK},
         {"/bytes?n=8000000&seed=7&mode=chunked", L"GET", 0, 200, 8000000, "", S_OK},
         {"/bytes?n=8000000&seed=7&mode=close", L"GET", 0, 200, 8000000, "", S_OK},
-        {"/slow?n=3000&piece=300&delay_ms=30", L"GET", 0, 200, 3000, "", S_OK},
+        {"/slow?n=3000&piece=300&delay_ms=30", L"GET", 0, 200, 3000, "", S_OK},  // a waiting read wakes for each piece and the end
         // No body follows a HEAD; its Content-Length of 5000 makes the end count as short.
         {"/bytes?n=5000", L"head", 0, 200, 0, "", VN_E_STREAM_BROKEN},
         {"/echo", L"DELETE", 0, 200, -1, "\"method\": \"DELETE\"", S_OK},

@@ -188,8 +188,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             to = self.arg("to", "/echo")
             return self.reply(self.number("code", 302), "redirect to %s\n" % to, [("Location", to)])
         if route == "/upload":
-            return self.json({"method": self.command, "length": self.body_length, "sha256": self.body_sha256,
-                              "chunked": self.chunked})
+            return self.json({"method": self.command, "length": self.body_length, "sha256": self.body_sha256})
         if route == "/headers":
             return self.reply(200, "ok\n", [h.split(":", 1) for h in self.query.get("h", [])])
         self.reply(404, "no route for %s\n" % route)

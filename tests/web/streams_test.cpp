@@ -40,12 +40,8 @@ std::string Pattern(size_t size, unsigned state)
 
 const BYTE* Data(const std::string& bytes) { return reinterpret_cast<const BYTE*>(bytes.data()); }
 
-std::string ClientCommand()  // this test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled
-{
-    char exe[MAX_PATH] = {};
-    ::GetModuleFileNameA(nullptr, exe, MAX_PATH);
-    return "\"" + std::string(exe) + "\" --gtest_also_run_disabled_tests --gtest_filter=ClientProcess.DISABLED_*";
-}
+// This test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled.
+const std::string kClientCommand = "\"" + vn_test::ThisProgram() + "\" --gtest_also_run_disabled_tests --gtest_filter=ClientProcess.DISABLED_*";
 
 template <typename Stream>
 vfc::TComPtr<Stream> New()
@@ -227,20 +223,6 @@ TEST(QueueStreams, ABodyFarAboveTheBoundGoesWholeInOrderBoundedOnTheReadSideAndW
     EXPECT_TRUE(Take(cache.get()) == body);  // which also frees a writer that wrongly waits
 }
 
-TEST(ReadStream, AWaitingReaderIsWokenByDataAndByTheEndOfTheBody)
-{
-    auto stream = New<CVnQueueReadStream>();
-    for (const std::string arriving : {"late", ""}) {
-        std::string got;
-        TCall reader([&] { got = Read(stream.get(), 100, -1); });
-        ::Sleep(100);
-        EXPECT_FALSE(reader.done);
-        arriving.empty() ? stream->SetDone(true) : void(Put(stream.get(), arriving));
-        EXPECT_TRUE(reader.Join(stream.get()));
-        EXPECT_EQ(arriving, got);
-    }
-}
-
 // Plays the receive thread: writes until the stream is done, and records what the stream asks of it at its release.
 struct FakeReceiveThread : IReceiveThreadOwner {
     explicit FakeReceiveThread(CVnQueueReadStream* s)
@@ -300,7 +282,7 @@ TEST(InterlockedBuffer, AWaitingWriterIsFreedByRoomForAWholeChunkOrByDrain)
 
 TEST(ClientDeath, EndsMonitorWaitsAWaitingBufferWriteAndTheStreamsWaits)
 {
-    vn_test::TChild client(ClientCommand());
+    vn_test::TChild client(kClientCommand);
     ASSERT_TRUE(client.started());
     vfc::THandle event(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
     VnProcessMonitor monitor(client.pid()), unknown(0xFFFFFFF0u);  // process ids are multiples of four
