@@ -42,10 +42,9 @@ TEST(EventFanout, SinksHearTheEventInOrderUntilOneFailsOrVetoesAQueryWithAPlainO
         std::string calls;
         std::vector<vfc::TComPtr<IVnLinkhostEventSink>> sinks;
         for (const auto& answer : answers) {
-            Sink* raw = nullptr;
-            ASSERT_EQ(S_OK, Sink::Create(&raw, &calls, static_cast<char>('a' + sinks.size()), answer.first, answer.second));
-            sinks.emplace_back(raw);
-            raw->Release();
+            vfc::TComPtr<Sink> sink;
+            ASSERT_EQ(S_OK, vfc::CreateInto(sink, &calls, static_cast<char>('a' + sinks.size()), answer.first, answer.second));
+            sinks.emplace_back(sink.get());
         }
         auto result = static_cast<VnLinkhostEventResult>(0);
         const HRESULT status = FanOutEvent(sinks, type, *vfc::TVariant(parameter), &result);

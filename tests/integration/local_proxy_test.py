@@ -8,6 +8,7 @@ import hashlib
 import itertools
 import json
 import os
+import pathlib
 import select
 import socket
 import subprocess
@@ -38,12 +39,7 @@ def log_count(text):
     """How often the server's log in the test prefix holds the text."""
     pattern = "drive_c/users/*/AppData/Local/Velorin/VnLinkhost/Konfiguration/VnLinkhost.log"
     paths = glob.glob(os.path.join(ENV["WINEPREFIX"], pattern))
-    return sum(read(p).decode(errors="replace").count(text) for p in paths)
-
-
-def read(path):
-    with open(path, "rb") as f:
-        return f.read()
+    return sum(pathlib.Path(p).read_bytes().decode(errors="replace").count(text) for p in paths)
 
 
 def wait_for(predicate, seconds=60):
@@ -134,9 +130,9 @@ class PassesResponsesThrough(unittest.TestCase):
                     head, data = os.path.join(folder, "head"), os.path.join(folder, "body")
                     run = curl(holder, "-D", head, "-o", data, ORIGINS[mode] + path)
                     self.assertEqual(0, run.returncode, run.stderr)
-                    lines = read(head).decode().split("\r\n")
+                    lines = pathlib.Path(head).read_bytes().decode().split("\r\n")
                     headers = dict(line.lower().split(": ", 1) for line in lines[1:] if ": " in line)
-                    received = read(data) if os.path.exists(data) else b""
+                    received = pathlib.Path(data).read_bytes() if os.path.exists(data) else b""
                     self.assertRegex(lines[0], r"^HTTP/1\.[01] %s " % code)
                     if body == "digest":
                         self.assertEqual(headers["x-body-sha256"], hashlib.sha256(received).hexdigest())
@@ -263,7 +259,7 @@ class ListensOnLoopbackOnly(unittest.TestCase):
     def test_listener_address(self):
         holder = HOLDERS["direct"]
         listening = [line.split()[1] for table in ("/proc/net/tcp", "/proc/net/tcp6")
-                     for line in read(table).decode().splitlines()[1:] if line.split()[3] == "0A"]
+                     for line in pathlib.Path(table).read_bytes().decode().splitlines()[1:] if line.split()[3] == "0A"]
         self.assertEqual("127.0.0.1", holder.lines["LocalHost"])
         self.assertEqual(["0100007F:%04X" % holder.port], [a for a in listening if a.endswith(":%04X" % holder.port)])
 

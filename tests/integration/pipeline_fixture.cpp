@@ -53,11 +53,8 @@ std::string Sha256(const std::string& bytes)
         BYTE digest[32];
         DWORD size = sizeof digest;
         if (CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0))
-            for (DWORD i = 0; i < size; ++i) {
-                char two[3];
-                sprintf(two, "%02x", digest[i]);
-                hex += two;
-            }
+            for (DWORD i = 0; i < size; ++i)
+                hex += {"0123456789abcdef"[digest[i] >> 4], "0123456789abcdef"[digest[i] & 15]};
     }
     if (hash)
         CryptDestroyHash(hash);

@@ -7,7 +7,6 @@
 #include <windows.h>
 #include <tlhelp32.h>
 
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>

@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <shlobj.h>
 #include <wininet.h>
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <string>

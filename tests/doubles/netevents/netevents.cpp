@@ -25,15 +25,10 @@ using vn_netevents::kKey;
     VN_NOTIMPL(GetIDsOfNames, REFIID, LPOLESTR*, UINT, LCID, DISPID*)                                              \
     VN_NOTIMPL(Invoke, DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*)
 
-template <typename D, typename... I>
-struct TObject : vfc::TComObject<D, I...> {
-    static constexpr bool LocksModule = false;
-};
-
 // The texts here are ASCII.
 std::string Narrow(const wchar_t* text) { return text ? std::string(text, text + ::lstrlenW(text)) : ""; }
 
-struct TSubscription : TObject<TSubscription, IEventSubscription> {
+struct TSubscription : vfc::TComObject<TSubscription, IEventSubscription> {
     STDMETHODIMP put_SubscriptionID(BSTR text) override { return m_id = Narrow(text), S_OK; }
     STDMETHODIMP put_SubscriptionName(BSTR text) override { return m_name = Narrow(text), S_OK; }
     STDMETHODIMP put_EventClassID(BSTR text) override { return m_eventClass = Narrow(text), S_OK; }
@@ -107,7 +102,7 @@ HRESULT Fire(const std::vector<std::string>& request)
 }
 
 // An event object of WMI that knows only its class.
-struct TEvent : TObject<TEvent, IWbemClassObject> {
+struct TEvent : vfc::TComObject<TEvent, IWbemClassObject> {
     explicit TEvent(const std::string& name) : m_class(name.begin(), name.end()) {}
     STDMETHODIMP Get(LPCWSTR name, LONG, VARIANT* value, CIMTYPE*, LONG*) override
     {
@@ -164,7 +159,7 @@ DWORD WINAPI Raiser(LPVOID)
     return 0;
 }
 
-struct TEventSystem : TObject<TEventSystem, IEventSystem> {
+struct TEventSystem : vfc::TComObject<TEventSystem, IEventSystem> {
     // A subscription of the same id replaces the stored one.
     STDMETHODIMP Store(BSTR progId, IUnknown* object) override
     {
@@ -202,7 +197,7 @@ struct TEventSystem : TObject<TEventSystem, IEventSystem> {
 // WMI in one object: the locator, the namespace it connects to, and the
 // unsecured apartment, whose stub is the object itself since in one process
 // there is nothing to secure.
-struct TWmi : TObject<TWmi, IWbemLocator, IWbemServices, IClientSecurity, IUnsecuredApartment> {
+struct TWmi : vfc::TComObject<TWmi, IWbemLocator, IWbemServices, IClientSecurity, IUnsecuredApartment> {
     STDMETHODIMP ConnectServer(const BSTR resource, const BSTR, const BSTR, const BSTR, LONG, const BSTR, IWbemContext*,
                                IWbemServices** services) override
     {
@@ -270,7 +265,7 @@ HRESULT Create(REFIID iid, void** ppv)
 }
 
 template <typename T>
-struct TFactory : TObject<TFactory<T>, IClassFactory> {
+struct TFactory : vfc::TComObject<TFactory<T>, IClassFactory> {
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
         return outer ? CLASS_E_NOAGGREGATION : Create<T>(iid, ppv);
