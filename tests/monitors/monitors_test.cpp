@@ -29,6 +29,7 @@ constexpr DWORD kPeriod = 3000, kSlack = 1500;
 // A sink of all three kinds that writes down what it hears, "kind status[ connection type];", and answers `answer`.
 struct TSink : vfc::TComObject<TSink, IVnLinkhostNetworkEventSink, IVnLinkhostSensEventSink, IVnLinkhostWMINetworkEventSink> {
     static constexpr bool LocksModule = false;
+    static vfc::TComPtr<TSink> New() { vfc::TComPtr<TSink> sink; vfc::CreateInto(sink); return sink; }
     STDMETHODIMP NetworkStatusChanged(ULONG status, ULONG type) override { return Note("timer", status, type); }
     STDMETHODIMP NetworkStatusChanged(ULONG status, BSTR connection, ULONG type) override
     {
@@ -50,13 +51,6 @@ struct TSink : vfc::TComObject<TSink, IVnLinkhostNetworkEventSink, IVnLinkhostSe
     std::mutex m_mutex;
     std::string m_heard;
 };
-
-vfc::TComPtr<TSink> Sink()
-{
-    vfc::TComPtr<TSink> sink;
-    vfc::CreateInto(sink);
-    return sink;
-}
 
 // What the sink heard within a period, once it heard as much as `expected`.
 std::string HeardWithinAPeriod(TSink* sink, const std::string& expected)
@@ -167,7 +161,7 @@ TEST_F(Monitors, SensSubscriptionsLiveWithTheRootObjectAndEventsReachTheSinksUnt
     EXPECT_EQ(subscriptions, si::ReadList(vn_netevents::kKey, "Subscriptions"));
 
     // The sink methods answer 0 to everything; only a sink that is not there is logged.
-    auto first = Sink(), second = Sink();
+    auto first = TSink::New(), second = TSink::New();
     const size_t log = LogSize();
     for (HRESULT hr : {m_host->RegisterNetworkEventSink(nullptr), m_host->UnRegisterNetworkEventSink(nullptr),
                        m_host->RegisterSensEventSink(nullptr), m_host->UnRegisterSensEventSink(nullptr),
@@ -207,7 +201,7 @@ TEST_F(Monitors, WmiSinksHearOneStatusOnlyWhenTheNetworkSettlesInTheAnnouncedSta
         queries.push_back(std::string("ROOT\\WMI|WQL|SELECT * FROM MSNdis_") + event + "|128");
     EXPECT_EQ(queries, si::ReadList(vn_netevents::kKey, "Queries"));
 
-    auto sink = Sink();
+    auto sink = TSink::New();
     ASSERT_EQ(S_OK, m_host->RegisterWMINetworkEventSink(sink.get()));
     // The network's flags, the event, the checks after which it comes up; the checks that saw the final state, what is heard.
     const std::tuple<DWORD, std::vector<std::string>, int, int, const char*> events[] = {
@@ -253,7 +247,7 @@ TEST_F(Monitors, MonitorsStartAndStopWithTheRootObjectWhileManyClientsComeAndGoW
 
 TEST_F(Monitors, TimerSinksHearEachChangeOfLanAndWanWithinAPeriodWhileRegisteredAndADeadClientHoldsUpNoOne)
 {
-    auto sink = Sink();
+    auto sink = TSink::New();
     ASSERT_EQ(S_OK, m_host->RegisterNetworkEventSink(sink.get()));
     // (flags, what the sink hears) from the reference state, LAN.
     const std::pair<DWORD, std::string> changes[] = {
