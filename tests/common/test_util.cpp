@@ -10,14 +10,18 @@
 #include <fstream>
 #include <sstream>
 
+#include "vfc/unique_resource.h"
+
 namespace vn_test {
 
-std::string BinDir()
+std::string ThisProgram()
 {
     char path[MAX_PATH] = {};
     ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    return std::string(path, std::strrchr(path, '\\'));
+    return path;
 }
+
+std::string BinDir() { return ThisProgram().substr(0, ThisProgram().rfind('\\')); }
 
 std::string ReadWholeFile(const std::string& path)
 {
@@ -98,17 +102,13 @@ DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs)
 
 DWORD FindProcess(const char* imageName)
 {
-    HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (snapshot == INVALID_HANDLE_VALUE)
-        return 0;
+    const vfc::THandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32 entry = {};
     entry.dwSize = sizeof entry;
-    DWORD found = 0;
-    for (BOOL ok = ::Process32First(snapshot, &entry); ok && !found; ok = ::Process32Next(snapshot, &entry))
+    for (BOOL ok = ::Process32First(snapshot.get(), &entry); ok; ok = ::Process32Next(snapshot.get(), &entry))
         if (entry.th32ProcessID != ::GetCurrentProcessId() && ::lstrcmpiA(entry.szExeFile, imageName) == 0)
-            found = entry.th32ProcessID;
-    ::CloseHandle(snapshot);
-    return found;
+            return entry.th32ProcessID;
+    return 0;
 }
 
 static std::string LogPath()
@@ -126,11 +126,10 @@ std::string LogSince(size_t offset)
     return all.substr(std::min(offset, all.size()));
 }
 
-int CountLogLinesSince(size_t offset, const std::string& text)
+int Count(const std::string& text, const std::string& part)
 {
-    const std::string tail = LogSince(offset);
     int count = 0;
-    for (size_t pos = tail.find(text); pos != std::string::npos; pos = tail.find(text, pos + text.size()))
+    for (size_t pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + part.size()))
         ++count;
     return count;
 }
@@ -140,12 +139,9 @@ std::map<std::string, std::string> ReadyLine(const char* variable)
     std::map<std::string, std::string> words;
     const char* line = std::getenv(variable);
     std::istringstream in(line ? line : "");
-    std::string word;
-    while (in >> word) {
-        size_t eq = word.find('=');
-        if (eq != std::string::npos)
-            words[word.substr(0, eq)] = word.substr(eq + 1);
-    }
+    for (std::string word; in >> word;)
+        if (word.find('=') != std::string::npos)
+            words[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
     return words;
 }
 
@@ -160,11 +156,8 @@ std::string Sha256(const std::string& bytes)
         BYTE digest[32];
         DWORD size = sizeof digest;
         if (CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0))
-            for (DWORD i = 0; i < size; ++i) {
-                char two[3];
-                sprintf(two, "%02x", digest[i]);
-                hex += two;
-            }
+            for (DWORD i = 0; i < size; ++i)
+                hex += {"0123456789abcdef"[digest[i] >> 4], "0123456789abcdef"[digest[i] & 15]};
     }
     if (hash)
         CryptDestroyHash(hash);
@@ -172,6 +165,8 @@ std::string Sha256(const std::string& bytes)
         CryptReleaseContext(provider, 0);
     return hex;
 }
+
+int CountLogLinesSince(size_t offset, const std::string& text) { return Count(LogSince(offset), text); }
 
 std::string RegText(HKEY root, const std::string& key, const char* value)
 {

@@ -8,8 +8,9 @@
 
 namespace vn_test {
 
-// Folder of the running test program (the product's exe is built beside
-// it), and a whole file (empty when it can't be read).
+// The running test program, which runs itself as a child where a test needs that; its folder (the product's exe is
+// built beside it); and a whole file (empty when it can't be read).
+std::string ThisProgram();
 std::string BinDir();
 std::string ReadWholeFile(const std::string& path);
 
@@ -67,6 +68,9 @@ bool WaitUntil(Pred pred, DWORD timeoutMs)
 
 // Id of a process with exactly this image name other than this one, or 0.
 DWORD FindProcess(const char* imageName);
+
+// How often `part` stands in `text`, the places not overlapping.
+int Count(const std::string& text, const std::string& part);
 
 // Size of the product's log in this prefix, what came since `offset`, and how often `text` is in that.
 size_t LogSize();

@@ -15,6 +15,7 @@
 #include "settings/proxy_credentials.h"
 #include "tests/doubles/credui/credui_standin.h"
 #include "common/test_util.h"
+#include "vfc/text.h"
 #include "vfc/unique_resource.h"
 
 namespace {
@@ -31,7 +32,6 @@ std::string UniqueName(const std::string& tag)  // unused by any other test of t
     static std::atomic<int> counter{0};
     return tag + "-" + std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(::GetTickCount()) + "-" + std::to_string(++counter);
 }
-std::wstring Wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
 
 // A request handle of a session of its own (WinInet keeps logins per session), never sent.
 struct TRequest {
@@ -51,22 +51,22 @@ struct TRequest {
 std::tuple<std::wstring, std::wstring, DWORD, DWORD> Stored(const std::string& target)
 {
     PCREDENTIALW c = nullptr;
-    if (!::CredReadW(Wide(target).c_str(), CRED_TYPE_GENERIC, 0, &c))
+    if (!::CredReadW(vfc::Widen(target).c_str(), CRED_TYPE_GENERIC, 0, &c))
         return {};
     std::tuple<std::wstring, std::wstring, DWORD, DWORD> stored{c->UserName ? c->UserName : L"",
         std::wstring(reinterpret_cast<wchar_t*>(c->CredentialBlob), c->CredentialBlobSize / 2), c->Persist, c->Flags};
     ::CredFree(c);
     return stored;
 }
-void Forget(const std::string& target) { ::CredDeleteW(Wide(target).c_str(), CRED_TYPE_GENERIC, 0); }
+void Forget(const std::string& target) { ::CredDeleteW(vfc::Widen(target).c_str(), CRED_TYPE_GENERIC, 0); }
 
 // How the "user" answers the stand-in's password prompt: types a login, or cancels (null).
 void PromptAnswer(const char* login, bool tick = true, DWORD holdMs = 0)
 {
     cu::Clear();
     cu::WriteDword(L"Answer", login ? NO_ERROR : ERROR_CANCELLED);
-    cu::WriteText(L"Login", Wide(login ? login : ""));
-    cu::WriteText(L"Password", Wide(login ? std::string(login) + "-secret" : ""));
+    cu::WriteText(L"Login", vfc::Widen(login ? login : ""));
+    cu::WriteText(L"Password", vfc::Widen(login ? std::string(login) + "-secret" : ""));
     cu::WriteDword(L"Tick", tick);
     cu::WriteDword(L"HoldMs", holdMs);
 }
@@ -121,7 +121,7 @@ TEST(ProxyLogin, IsFoundWhereTheModeSaysAndPutOnTheRequest)
         const std::string proxy = UniqueName("proxy") + ":3128";  // the name the login is kept under
         if (inMap)
             Cred::_saveCredentials(proxy, inMap, std::string(inMap) + "-secret");
-        ASSERT_TRUE(!inStore || WinCredCredentialsManager().StoreCredentials(Wide(proxy), Wide(inStore), Wide(inStore) + L"-secret"));
+        ASSERT_TRUE(!inStore || WinCredCredentialsManager().StoreCredentials(vfc::Widen(proxy), vfc::Widen(inStore), vfc::Widen(inStore) + L"-secret"));
         PromptAnswer(typed, tick);
         TRequest request;
         const size_t log = vn_test::LogSize();
@@ -136,7 +136,7 @@ TEST(ProxyLogin, IsFoundWhereTheModeSaysAndPutOnTheRequest)
             ::GetCurrentThreadId()) + " INFO: Login information was gotten from the storage " + proxy + " " + (inMap ? inMap : "") + " ***"),
             vn_test::LogSince(log).find("-secret")));
         if (std::get<1>(outcome)) {
-            EXPECT_EQ(std::make_tuple(Wide(proxy), L"Bitte geben Sie das Passwort f\u00fcr den Proxy " + Wide(proxy) + L" an.",
+            EXPECT_EQ(std::make_tuple(vfc::Widen(proxy), L"Bitte geben Sie das Passwort f\u00fcr den Proxy " + vfc::Widen(proxy) + L" an.",
                           std::wstring(L"Velorin Linkhost"), DWORD(CREDUI_FLAGS_GENERIC_CREDENTIALS | CREDUI_FLAGS_DO_NOT_PERSIST |
                           CREDUI_FLAGS_EXCLUDE_CERTIFICATES | CREDUI_FLAGS_SHOW_SAVE_CHECK_BOX | CREDUI_FLAGS_ALWAYS_SHOW_UI), 1ul, 514ul, 257ul),
                       std::make_tuple(cu::ReadText(L"Target"), cu::ReadText(L"Message"), cu::ReadText(L"Caption"), cu::ReadDword(L"Flags", 0),
@@ -212,19 +212,19 @@ TEST(CredentialManagerStore, KeepsOneGenericCredentialPerProxyNameWithinThePlatf
     WinCredCredentialsManager store;
     const std::string host = UniqueName("store"), a = host + ":8080", b = host + ":8081";
     std::wstring login, password = L"x";
-    ASSERT_TRUE(store.StoreCredentials(Wide(a), L"user-a", L"p\u00e4ss") && store.StoreCredentials(Wide(b), L"user-b", L"pass-b"));
+    ASSERT_TRUE(store.StoreCredentials(vfc::Widen(a), L"user-a", L"p\u00e4ss") && store.StoreCredentials(vfc::Widen(b), L"user-b", L"pass-b"));
     EXPECT_EQ(std::make_tuple(std::wstring(L"user-a"), std::wstring(L"p\u00e4ss"), DWORD(CRED_PERSIST_LOCAL_MACHINE), 0ul), Stored(a));
     EXPECT_EQ(L"user-b", std::get<0>(Stored(b)));
-    ASSERT_TRUE(store.StoreCredentials(Wide(a), L"someone", L""));  // no blob: an empty password
-    EXPECT_TRUE(store.RetrieveCredentials(Wide(a), login, password));
+    ASSERT_TRUE(store.StoreCredentials(vfc::Widen(a), L"someone", L""));  // no blob: an empty password
+    EXPECT_TRUE(store.RetrieveCredentials(vfc::Widen(a), login, password));
     EXPECT_EQ(std::make_tuple(std::wstring(L"someone"), std::wstring()), std::make_tuple(login, password));
-    EXPECT_FALSE(store.RetrieveCredentials(Wide(host), login, password) || store.RetrieveCredentials(L"", login, password));
+    EXPECT_FALSE(store.RetrieveCredentials(vfc::Widen(host), login, password) || store.RetrieveCredentials(L"", login, password));
     // Wine's Credential Manager takes what the platform's limits forbid; the store keeps to them.
     const std::tuple<std::string, std::wstring, std::wstring> limits[] = {{"", L"user", L"secret"}, {host, L"", L"secret"},
         {host, std::wstring(514, L'u'), L"secret"}, {host, L"user", std::wstring(1281, L'p')}, {host, std::wstring(513, L'u'), std::wstring(1280, L'p')}};
     for (auto& [target, user, secret] : limits) {
         Forget(target);
-        EXPECT_EQ(user.size() == 513, store.StoreCredentials(Wide(target), user, secret));
+        EXPECT_EQ(user.size() == 513, store.StoreCredentials(vfc::Widen(target), user, secret));
         EXPECT_EQ(user.size() == 513 ? user : L"", std::get<0>(Stored(target)));
     }
     Forget(host);
@@ -247,7 +247,7 @@ TEST(LsaStore, ManagerAsksThePlatformDialogThroughTheHandlerAndSplitsSecretsAtTh
     IINetApiHandler* handler = GetINetApiHandler();
     const std::string proxy = UniqueName("lsa-proxy");
     std::wstring wLogin, wPassword;
-    EXPECT_FALSE(manager.StoreCredentials(L"", L"user", L"secret") || manager.StoreCredentials(Wide(proxy), L"", L"secret"));
+    EXPECT_FALSE(manager.StoreCredentials(L"", L"user", L"secret") || manager.StoreCredentials(vfc::Widen(proxy), L"", L"secret"));
     // A secret splits at its first unit separator, unless that is missing or last.
     for (auto& [secret, user, rest] : {std::make_tuple(L"user\x1f" L"s\x1f" L"t", L"user", L"s\x1f" L"t"), std::make_tuple(L"user", L"user", L""),
              std::make_tuple(L"user\x1f", L"user\x1f", L"")}) {
@@ -304,11 +304,10 @@ TEST(CredentialObjects, StoreFollowsItsLibraryAndIsOneForAllThreadsUntilReleased
     ReleaseCredentialObjects();
     EXPECT_EQ(nullptr, ::GetModuleHandleA("credui.dll"));
     cu::Clear();
-    EXPECT_EQ(0, Cred::GetPassLogin(host + ":8080", login, password));
-    EXPECT_EQ(login + password, "firsttwo");
-    EXPECT_EQ(0, Cred::GetPassLogin(host + ":8081", login, password));
-    EXPECT_EQ("other", login);
-    EXPECT_EQ(-1, Cred::GetPassLogin(host, login, password));
+    std::string other, secret, none;
+    EXPECT_EQ(std::make_tuple(0L, 0L, -1L), std::make_tuple(Cred::GetPassLogin(host + ":8080", login, password),
+              Cred::GetPassLogin(host + ":8081", other, secret), Cred::GetPassLogin(host, none, none)));
+    EXPECT_EQ("firsttwo|otherthree", login + password + "|" + other + secret);
 }
 
 }  // namespace

@@ -48,9 +48,7 @@ struct TSheet {
         for (size_t i = 0; i < titles.size(); ++i) {
             char text[128] = {};
             TCITEMA item = {};
-            item.mask = TCIF_TEXT;
-            item.pszText = text;
-            item.cchTextMax = sizeof text;
+            item.mask = TCIF_TEXT, item.pszText = text, item.cchTextMax = sizeof text;
             ::SendMessageA(tabs, TCM_GETITEMA, i, reinterpret_cast<LPARAM>(&item));
             titles[i] = text;
         }

@@ -10,7 +10,6 @@
 #include "dialog/property_sheet.h"
 #include "dialog/sheet_driver.h"
 #include "server/server_fixture.h"
-#include "settings/xml_config_manager.h"
 #include "tests/doubles/rasapi32/standin_registry.h"
 #include "tests/doubles/test_plugin/plugin_registration.h"
 #include "tests/doubles/test_plugin/recording_page.h"
@@ -219,15 +218,7 @@ TEST(ConfigureRole, OkStoresWhatWasChangedAndCancelStoresNothing)
         shown.Click(IDC_USE_SYSTEM);
         shown.Press(button);
         EXPECT_EQ(0u, program.Wait(10000));
-        CConfigData expected;
-        expected.SetDefaults();
-        expected.m_UseSystemProxy = false;
-        vfc::TBstr xml;
-        ASSERT_EQ(S_OK, CVnLinkhostXMLConfigManager().ConfigDataToXML(&expected, xml.put()));
-        std::string bytes;  // the file is written in text mode
-        for (char c : vfc::Narrow(xml.str()))
-            bytes += c == '\n' ? "\r\n" : std::string(1, c);
-        EXPECT_EQ(button == PSBTN_OK ? bytes : "<missing>",
+        EXPECT_EQ(button == PSBTN_OK ? vn_config_test::CrLf(vn_config_test::ToXml(Record(false, 0))) : "<missing>",
                   vn_config_test::ReadBytes(vn_config_test::PrimaryFile()));
     }
     vn_test::UnregisterTestPlugin();

@@ -11,11 +11,7 @@
 
 namespace {
 
-void Check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
+void Check(bool condition) { condition ? void() : std::abort(); }
 
 // Walks the events as a caller would, touching what each event allows.
 void DriveParser(const std::string& document, uint8_t mode)

@@ -43,10 +43,8 @@ TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
     std::string words, many;  // more words than the vector holds
     for (int i = 0; i < 300; ++i)
         words += " w", many += " -e";
-    const struct {
-        std::string outcome;
-        std::vector<std::string> arguments;  // behind the program's name; the last role wins
-    } rows[] = {
+    // The outcome, and the arguments behind the program's name that give it; the last role wins.
+    const std::pair<std::string, std::vector<std::string>> rows[] = {
         {"Role 6", {"-Embedding", "/Embedding", "--embedding", "-EMBEDDING", "-emb", "-e", "-ce", "/c/e", many.substr(0, 254 * 3)}},
         {"Role 4", {"/RegServer", "-regserver", "-c /RegServer"}}, {"Role 5", {"/UnregServer"}}, {"Role 8", {"--k", "-rk"}},
         {"Role 2", {"--register", "-r", "-u -r"}}, {"Role 3", {"-r -u", "/UnregServer -u"}}, {"Role 1", {"--c", "/RegServer -c"}},
@@ -56,9 +54,9 @@ TEST(ChooseRole, SpellingsGiveTheirRoleAndWrongOnesTheirRefusal)
         {"Bad: unrecognized option '-x'", {"-x", "-x -h"}}, {"Bad: option '--help' doesn't allow an argument", {"--help=x"}},
         {"Leftover", {"foo -r", "-- -r", "-", "/", "/-e", many, "-e" + words}},
     };
-    for (const auto& row : rows)
-        for (const std::string& arguments : row.arguments)
-            EXPECT_EQ(row.outcome, Choose(("VnLinkhost.exe " + arguments).c_str())) << arguments;
+    for (auto& [outcome, spellings] : rows)
+        for (const std::string& arguments : spellings)
+            EXPECT_EQ(outcome, Choose(("VnLinkhost.exe " + arguments).c_str())) << arguments;
     // The first word is the program, whatever it looks like; a line the tokenizer refuses is left over.
     const char* const whole[][2] = {
         {"\"C:\\Program Files\\Velorin\\VnLinkhost.exe\" -Embedding", "Role 6"}, {"-e", "NoRole"}, {"", "NoRole"},

@@ -30,28 +30,24 @@ struct Sink : vfc::TComObject<Sink, IVnLinkhostEventSink> {
 
 TEST(EventFanout, SinksHearTheEventInOrderUntilOneFailsOrVetoesAQueryWithAPlainOne)
 {
-    const struct {
-        std::vector<std::pair<HRESULT, LONG>> sinks;
-        LONG type, parameter;
-        const char* expected;  // the calls, the status, the result
-    } rows[] = {
+    // Each sink's status and answer, the event's type and parameter; the calls, the status, the result.
+    const std::tuple<std::vector<std::pair<HRESULT, LONG>>, LONG, LONG, const char*> rows[] = {
         {{}, 1, 1, " 0 0"}, {{{S_OK, 9}, {S_OK, 9}, {S_FALSE, 9}}, 2, 1, "abc 1 0"},
         {{{S_OK, 9}, {E_FAIL, 9}, {S_OK, 9}}, 2, 1, "ab -2147467259 0"},
         {{{S_OK, 1}, {S_OK, 9}}, 1, 1, "a 0 1"},
         {{{S_OK, 1}, {S_OK, 9}}, 2, 1, "ab 0 1"}, {{{S_OK, 1}, {S_OK, 9}}, 1, 2, "ab 0 1"},  // not a query, or not with 1
         {{{S_OK, Veto}, {S_OK, 9}}, 1, 1, "ab 0 -1946157055"},  // the published veto is not a plain 1
     };
-    for (const auto& row : rows) {
+    for (auto& [answers, type, parameter, expected] : rows) {
         std::string calls;
         std::vector<vfc::TComPtr<IVnLinkhostEventSink>> sinks;
-        for (const auto& answer : row.sinks) {
-            Sink* raw = nullptr;
-            ASSERT_EQ(S_OK, Sink::Create(&raw, &calls, static_cast<char>('a' + sinks.size()), answer.first, answer.second));
-            sinks.emplace_back(raw);
-            raw->Release();
+        for (const auto& answer : answers) {
+            vfc::TComPtr<Sink> sink;
+            ASSERT_EQ(S_OK, vfc::CreateInto(sink, &calls, static_cast<char>('a' + sinks.size()), answer.first, answer.second));
+            sinks.emplace_back(sink.get());
         }
         auto result = static_cast<VnLinkhostEventResult>(0);
-        const HRESULT status = FanOutEvent(sinks, row.type, *vfc::TVariant(row.parameter), &result);
-        EXPECT_EQ(row.expected, calls + " " + std::to_string(status) + " " + std::to_string(result));
+        const HRESULT status = FanOutEvent(sinks, type, *vfc::TVariant(parameter), &result);
+        EXPECT_EQ(expected, calls + " " + std::to_string(status) + " " + std::to_string(result));
     }
 }

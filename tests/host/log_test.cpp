@@ -1,4 +1,5 @@
-// The log file: where it lies, each entry's head, the second formatting pass, traces that never reach it, plug-in lines.
+// The log file: where it lies, each entry's head, the second formatting pass, traces that never reach it, plug-in lines
+// with whatever percent signs their names and texts hold.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -53,13 +54,13 @@ TEST(LogFile, LinesGoInWithTheirHeadFormattedTwiceAndTracesNever)
     EXPECT_EQ(locks, Module().GetLockCount());  // a plug-in's logger does not keep the process alive
     vfc::TComPtr<CVnLogger> logger;
     logger.attach(raw);
-    logger->SetName("Plug");
-    for (const wchar_t* text : {L"", L"ran 3 jobs"})
+    logger->SetName("Plug%s");  // a plug-in's name and text are read a second time too, safely
+    for (const wchar_t* text : {L"", L"100% sicher: %s %n %x %%"})
         EXPECT_EQ(S_OK, logger->WriteLine(vfc::TBstr(text).get()));
     EXPECT_EQ((std::vector<std::string>{"Error in method [CVnThing::Method]. Message: It broke. Error code: 80040202.",
                                         "Info about method [CVnThing::Get]. Message: url /a" + std::string(19, ' ') +
                                             "0x done 100% rate 0 0|",
-                                        "first", "+second", "[Plug]  ", "[Plug]  ran 3 jobs"}),
+                                        "first", "+second", "[Plug]  ", "[Plug]  100icher:   0 %"}),
               MessagesSince(start));
     const SYSTEMTIME t = {2026, 3, 0, 4, 5, 6, 9, 7};  // the head exactly, its milliseconds padded to four digits
     EXPECT_EQ("[2026-03-04 05:06:09.0007] pID 12 tID 345 hello", vn_log::BuildEntry(t, 12, 345, "hello"));

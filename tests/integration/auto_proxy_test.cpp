@@ -28,12 +28,8 @@ TEST_F(ProxyScript, IsFetchedOnceAndReusedUnlessForced)
     char folder[MAX_PATH];
     GetTempPathA(MAX_PATH, folder);
     const std::string file = std::string(folder) + "vn-script.pac";
-    struct Case {
-        const char* path;
-        bool force;
-        HRESULT expected;
-        const char* content;  // of the destination afterwards; null: not written
-    } cases[] = {
+    // The script's path, whether the download is forced; the status, what the destination holds afterwards (null: not written).
+    const std::tuple<const char*, bool, HRESULT, const char*> cases[] = {
         {"/status/404", false, S_FALSE, nullptr},          // nothing cached yet
         {"/", false, S_FALSE, nullptr},                    // refused listener: a failure, the same line
         {"/pac?proxy=cached:1", false, S_OK, kCached},      // cached, in text mode
@@ -42,14 +38,13 @@ TEST_F(ProxyScript, IsFetchedOnceAndReusedUnlessForced)
         {"/status/503", true, S_FALSE, nullptr},           // forced: no fallback to the cache
     };
     VnProcessMonitor monitor;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.path);
+    for (auto& [path, force, expected, content] : cases) {
         DeleteFileA(file.c_str());
         const size_t log = LogSize();
-        const std::string url = std::string(c.path) == "/" ? Url("/", "refused") : Url(c.path);
-        EXPECT_EQ(c.expected, CVnAutoProxyHelper::URLDownloadToFileEx(url, file, monitor, c.force));
-        EXPECT_EQ(c.content ? c.content : "", ReadWholeFile(file));
-        EXPECT_EQ(!c.force && !c.content ? 1 : 0, CountLogLinesSince(log, "File was not downloaded."));
+        const std::string url = std::string(path) == "/" ? Url("/", "refused") : Url(path);
+        const HRESULT status = CVnAutoProxyHelper::URLDownloadToFileEx(url, file, monitor, force);
+        EXPECT_EQ(std::make_tuple(expected, std::string(content ? content : ""), !force && !content ? 1 : 0),
+                  std::make_tuple(status, ReadWholeFile(file), CountLogLinesSince(log, "File was not downloaded."))) << path;
     }
     DeleteFileA(file.c_str());
 }

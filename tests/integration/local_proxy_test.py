@@ -5,8 +5,10 @@ server directly and through tinyproxy. Run under scripts/with-servers: local_pro
 import concurrent.futures
 import glob
 import hashlib
+import itertools
 import json
 import os
+import pathlib
 import select
 import socket
 import subprocess
@@ -37,20 +39,11 @@ def log_count(text):
     """How often the server's log in the test prefix holds the text."""
     pattern = "drive_c/users/*/AppData/Local/Velorin/VnLinkhost/Konfiguration/VnLinkhost.log"
     paths = glob.glob(os.path.join(ENV["WINEPREFIX"], pattern))
-    return sum(read(p).decode(errors="replace").count(text) for p in paths)
-
-
-def read(path):
-    with open(path, "rb") as f:
-        return f.read()
+    return sum(pathlib.Path(p).read_bytes().decode(errors="replace").count(text) for p in paths)
 
 
 def wait_for(predicate, seconds=60):
-    for _ in range(int(seconds * 10)):
-        if predicate():
-            return True
-        time.sleep(0.1)
-    return False
+    return any(predicate() or time.sleep(0.1) for _ in range(int(seconds * 10)))
 
 
 class Holder:
@@ -106,13 +99,7 @@ def read_response(f, bodiless=False):
 
 
 def read_to_end(s):
-    data = b""
-    for _ in range(100000):
-        piece = s.recv(65536)
-        if not piece:
-            return data
-        data += piece
-    return data
+    return b"".join(itertools.takewhile(bool, (s.recv(65536) for _ in range(100000))))
 
 
 def setUpModule():
@@ -143,9 +130,9 @@ class PassesResponsesThrough(unittest.TestCase):
                     head, data = os.path.join(folder, "head"), os.path.join(folder, "body")
                     run = curl(holder, "-D", head, "-o", data, ORIGINS[mode] + path)
                     self.assertEqual(0, run.returncode, run.stderr)
-                    lines = read(head).decode().split("\r\n")
+                    lines = pathlib.Path(head).read_bytes().decode().split("\r\n")
                     headers = dict(line.lower().split(": ", 1) for line in lines[1:] if ": " in line)
-                    received = read(data) if os.path.exists(data) else b""
+                    received = pathlib.Path(data).read_bytes() if os.path.exists(data) else b""
                     self.assertRegex(lines[0], r"^HTTP/1\.[01] %s " % code)
                     if body == "digest":
                         self.assertEqual(headers["x-body-sha256"], hashlib.sha256(received).hexdigest())
@@ -272,7 +259,7 @@ class ListensOnLoopbackOnly(unittest.TestCase):
     def test_listener_address(self):
         holder = HOLDERS["direct"]
         listening = [line.split()[1] for table in ("/proc/net/tcp", "/proc/net/tcp6")
-                     for line in read(table).decode().splitlines()[1:] if line.split()[3] == "0A"]
+                     for line in pathlib.Path(table).read_bytes().decode().splitlines()[1:] if line.split()[3] == "0A"]
         self.assertEqual("127.0.0.1", holder.lines["LocalHost"])
         self.assertEqual(["0100007F:%04X" % holder.port], [a for a in listening if a.endswith(":%04X" % holder.port)])
 

@@ -1,29 +1,25 @@
 #include "integration/pipeline_fixture.h"
 
 #include "vfc/text.h"
+#include "web/stream_arrays.h"
 
 namespace vn_test {
 
 vfc::TComPtr<IVnLinkhost> Pipeline::s_root;
 
-std::string ReadAll(IVnStream* stream, HRESULT* status)
+std::string Pipeline::Body(IVnWebResult* result, HRESULT* status)
 {
+    vfc::TComPtr<IVnStream> stream;
+    if (!result || FAILED(result->get_DataStream(stream.put())) || !stream)
+        return "<no stream>";
     std::string bytes;
     HRESULT hr = S_OK;
-    for (int guard = 0; guard < 1000000; ++guard) {
-        SAFEARRAY* data = nullptr;
-        hr = stream->Read(65536, &data);
-        if (FAILED(hr) || !data)
-            break;
+    for (int guard = 0; guard < 1000000; ++guard) {  // up to an empty block, the end
+        vn_streams::TSafeArray data;
         LONG upper = -1;
-        SafeArrayGetUBound(data, 1, &upper);
-        void* raw = nullptr;
-        SafeArrayAccessData(data, &raw);
-        bytes.append(static_cast<const char*>(raw), static_cast<size_t>(upper + 1));
-        SafeArrayUnaccessData(data);
-        SafeArrayDestroy(data);
-        if (upper < 0)
+        if (FAILED(hr = stream->Read(65536, data.put())) || !data || FAILED(SafeArrayGetUBound(data.get(), 1, &upper)) || upper < 0)
             break;
+        bytes.append(static_cast<const char*>(data.get()->pvData), static_cast<size_t>(upper + 1));
     }
     if (status)
         *status = hr;
@@ -76,21 +72,13 @@ void Pipeline::ConfigureProxy(const std::string& port)
                {L"dialup/useSystemConnection", L"false"}, {L"dialup/mode", L"0"}});
 }
 
-vfc::TComPtr<IVnWebSession> Pipeline::Session(LONG flags)
-{
-    vfc::TComPtr<IVnWebSession> session;
-    EXPECT_EQ(S_OK, s_root->CreateSession(static_cast<LONG>(GetCurrentProcessId()), 0, flags, session.put()));
-    return session;
-}
-
 vfc::TComPtr<IVnWebRequest> Pipeline::Request(const std::string& url, const wchar_t* method, LONG flags)
 {
+    vfc::TComPtr<IVnWebSession> session;
     vfc::TComPtr<IVnWebRequest> request;
-    auto session = Session(flags);
-    if (!session)
-        return request;
     vfc::TBstr u(vfc::Widen(url)), m(method);
-    EXPECT_EQ(S_OK, session->CreateWebRequest(u.get(), m.get(), request.put()));
+    EXPECT_EQ(S_OK, s_root->CreateSession(static_cast<LONG>(GetCurrentProcessId()), 0, flags, session.put()));
+    EXPECT_EQ(S_OK, session ? session->CreateWebRequest(u.get(), m.get(), request.put()) : E_POINTER);
     return request;
 }
 
@@ -113,14 +101,6 @@ std::string Pipeline::Header(IVnWebResult* result, const wchar_t* name)
     if (!result || result->GetHeaderValue(n.get(), value.put()) != S_OK)
         return "<missing>";
     return vfc::Narrow(value.str());
-}
-
-std::string Pipeline::Body(IVnWebResult* result, HRESULT* status)
-{
-    vfc::TComPtr<IVnStream> stream;
-    if (!result || FAILED(result->get_DataStream(stream.put())) || !stream)
-        return "<no stream>";
-    return ReadAll(stream.get(), status);
 }
 
 Pipeline::TAnswer Pipeline::Answer(IVnWebRequest* request)

@@ -13,10 +13,6 @@
 
 namespace vn_test {
 
-// The whole body of a stream, read in blocks through IVnStream::Read; the
-// status that ended the reading goes to `status` (S_OK at a clean end).
-std::string ReadAll(IVnStream* stream, HRESULT* status = nullptr);
-
 // The platform's receive time-out, shortened for a test through the value an
 // administrator would set under Internet Settings; read by each new session.
 struct TReceiveTimeout {
@@ -43,13 +39,14 @@ protected:
     static void ConfigureDirect();
     static void ConfigureProxy(const std::string& port);
 
-    // A new session of this process in background mode.
-    static vfc::TComPtr<IVnWebSession> Session(LONG flags = 0);
+    // A request of a new session of this process, in background mode unless `flags` say otherwise.
     static vfc::TComPtr<IVnWebRequest> Request(const std::string& url, const wchar_t* method, LONG flags = 0);
     // Executes; the status of Execute, with the result in `result`.
     static HRESULT Execute(IVnWebRequest* request, vfc::TComPtr<IVnWebResult>& result);
     static LONG Code(IVnWebResult* result);
     static std::string Header(IVnWebResult* result, const wchar_t* name);
+    // The whole body, read in blocks through IVnStream::Read; the status that ended the reading goes to `status`
+    // (S_OK at a clean end).
     static std::string Body(IVnWebResult* result, HRESULT* status = nullptr);
     static HRESULT AddHeader(IVnWebRequest* request, const wchar_t* name, const std::wstring& value);
     // Writes bytes to the request's stream (DataStream, then Write).

@@ -2,7 +2,6 @@
 // own, the loopback origin server behind it.
 #include "integration/pipeline_fixture.h"
 
-#include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <vector>
@@ -19,8 +18,7 @@ std::vector<std::string> MarkedRequests(const std::string& marker, const char* v
 {
     std::vector<std::string> lines;
     std::istringstream log(ReadWholeFile(std::getenv(variable)));
-    std::string line;
-    while (std::getline(log, line))
+    for (std::string line; std::getline(log, line);)
         if (line.find(marker) != std::string::npos)
             lines.push_back(line);
     return lines;
@@ -52,19 +50,11 @@ TEST_F(Requests, EachVerbAndFramingGivesTheServersAnswerWithItsWholeBodyAndNoErr
 {
     // Path, verb, bytes written to the request (with a Content-Length, or without it when negative); the code, the
     // body's length (-1: any), a text the body holds, the status that ended the body.
-    struct Row {
-        const char* path;
-        const wchar_t* verb;
-        int upload;
-        LONG code;
-        long size;
-        const char* holds;
-        HRESULT end;
-    } rows[] = {
+    const std::tuple<const char*, const wchar_t*, int, LONG, long, const char*, HRESULT> rows[] = {
         {"/bytes?n=8000000&seed=7&mode=length", L"GET", 0, 200, 8000000, "", S_OK},
         {"/bytes?n=8000000&seed=7&mode=chunked", L"GET", 0, 200, 8000000, "", S_OK},
         {"/bytes?n=8000000&seed=7&mode=close", L"GET", 0, 200, 8000000, "", S_OK},
-        {"/slow?n=3000&piece=300&delay_ms=30", L"GET", 0, 200, 3000, "", S_OK},
+        {"/slow?n=3000&piece=300&delay_ms=30", L"GET", 0, 200, 3000, "", S_OK},  // a waiting read wakes for each piece and the end
         // No body follows a HEAD; its Content-Length of 5000 makes the end count as short.
         {"/bytes?n=5000", L"head", 0, 200, 0, "", VN_E_STREAM_BROKEN},
         {"/echo", L"DELETE", 0, 200, -1, "\"method\": \"DELETE\"", S_OK},
@@ -79,29 +69,20 @@ TEST_F(Requests, EachVerbAndFramingGivesTheServersAnswerWithItsWholeBodyAndNoErr
         {"/short?n=10000&sent=4000", L"GET", 0, 200, 4000, "", VN_E_STREAM_BROKEN},
     };
     const size_t log = LogSize();
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.path);
-        std::string upload(std::abs(row.upload), 'x');
+    for (auto& [path, verb, written, code, size, holds, end] : rows) {
+        SCOPED_TRACE(path);
+        std::string upload(std::abs(written), 'x');
         for (size_t i = 0; i < upload.size(); ++i)
             upload[i] = static_cast<char>('a' + i % 26);
-        auto request = Request(Url(row.path), row.verb);
-        if (row.upload > 0) {
-            ASSERT_EQ(S_OK, AddHeader(request.get(), L"Content-Length", std::to_wstring(upload.size())));
-        }
-        if (row.upload) {
-            ASSERT_EQ(S_OK, WriteBody(request.get(), upload));
-        }
+        auto request = Request(Url(path), verb);
+        ASSERT_EQ(S_OK, written > 0 ? AddHeader(request.get(), L"Content-Length", std::to_wstring(upload.size())) : S_OK);
+        ASSERT_EQ(S_OK, written ? WriteBody(request.get(), upload) : S_OK);
         const TAnswer answer = Answer(request.get());
         ASSERT_EQ(S_OK, answer.hr);
-        EXPECT_EQ(row.code, answer.code);
-        EXPECT_EQ(row.end, answer.end);
-        if (row.size >= 0) {
-            EXPECT_EQ(static_cast<size_t>(row.size), answer.body.size());
-        }
-        if (row.size > 0 && row.end == S_OK) {
-            EXPECT_EQ(answer.digest, Sha256(answer.body));
-        }
-        for (const std::string& part : {std::string(row.holds), row.upload ? Sha256(upload) : std::string()})
+        EXPECT_EQ(std::make_tuple(code, end), std::make_tuple(answer.code, answer.end));
+        EXPECT_TRUE(size < 0 || answer.body.size() == static_cast<size_t>(size)) << answer.body.size();
+        EXPECT_TRUE(size <= 0 || end != S_OK || answer.digest == Sha256(answer.body));
+        for (const std::string& part : {std::string(holds), written ? Sha256(upload) : std::string()})
             EXPECT_NE(std::string::npos, answer.body.find(part)) << part << " in " << answer.body.substr(0, 400);
     }
     EXPECT_EQ(0, CountLogLinesSince(log, "Error in method")) << LogSince(log);  // the receive threads ended with the requests
@@ -113,18 +94,14 @@ TEST_F(Requests, ServerLoginOfTheClientAnswersInAnInteractiveSessionAndThePlatfo
     for (auto [flags, code] : {std::make_pair(0L, 401L), std::make_pair(1L, 200L), std::make_pair(0L, 200L)}) {
         auto request = Request(Url("/auth/basic?user=u&pass=p-secret&realm=r") + std::to_string(GetTickCount()), L"GET", flags);
         vfc::TBstr user(L"u"), password(L"p-secret");
-        ASSERT_EQ(S_OK, request->put_UserName(user.get()));
-        ASSERT_EQ(S_OK, request->put_Password(password.get()));
+        ASSERT_EQ(std::make_pair(S_OK, S_OK), std::make_pair(request->put_UserName(user.get()), request->put_Password(password.get())));
         EXPECT_EQ(code, Answer(request.get()).code) << flags;
     }
 }
 
-TEST_F(Requests, FailuresMapToTheSystemsStatusCodes)
+TEST_F(Requests, FailuresAndCertificateErrorsOfABackgroundRequestMapToTheSystemsStatusCodes)
 {
-    struct Case {
-        std::string url;
-        HRESULT expected;
-    } cases[] = {
+    const std::pair<std::string, HRESULT> cases[] = {
         {Url("/", "refused"), static_cast<HRESULT>(0x80040202)},
         {"http://no-such-host.invalid/", static_cast<HRESULT>(0x80040202)},
         {"not a url", static_cast<HRESULT>(0x80040205)},
@@ -137,51 +114,27 @@ TEST_F(Requests, FailuresMapToTheSystemsStatusCodes)
         {Url("/echo?a=1\r\nX-Injected: 1"), static_cast<HRESULT>(0x80040205)},  // one request must not become two
         {Url("/echo\nGET /echo HTTP/1.1"), static_cast<HRESULT>(0x80040205)},
         {"http://127.0.0.1:84936/", static_cast<HRESULT>(0x80040205)},  // not wrapped to port 19400
+        {TlsUrl("/echo", "expired"), static_cast<HRESULT>(0x80040219)}, {TlsUrl("/echo", "wrongname"), static_cast<HRESULT>(0x80040218)},
+        {TlsUrl("/echo", "selfsigned"), static_cast<HRESULT>(0x80040217)}, {TlsUrl("/echo", "untrusted"), static_cast<HRESULT>(0x80040217)},
     };
     const TReceiveTimeout shortened(3000);
     const size_t log = LogSize();
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.url);
-        auto request = Request(c.url, L"GET");
+    for (const auto& [url, expected] : cases) {
+        auto request = Request(url, L"GET");
         vfc::TComPtr<IVnWebResult> result;
-        EXPECT_EQ(c.expected, Execute(request.get(), result));
-        EXPECT_FALSE(result);
+        EXPECT_EQ(expected, Execute(request.get(), result)) << url;
+        EXPECT_FALSE(result) << url;
     }
     const std::string method = "Error in method [CVnProxyConfigHelper::GetUrlParts]. Message: ";
     EXPECT_EQ(2, CountLogLinesSince(log, method + "URL holds a line break."));
     EXPECT_EQ(1, CountLogLinesSince(log, method + "Port is out of range."));
-}
-
-TEST_F(Requests, CertificateErrorsFailABackgroundRequest)
-{
-    struct Case {
-        const char* listener;
-        HRESULT expected;
-    } cases[] = {
-        {"expired", static_cast<HRESULT>(0x80040219)},
-        {"wrongname", static_cast<HRESULT>(0x80040218)},
-        {"selfsigned", static_cast<HRESULT>(0x80040217)},
-        {"untrusted", static_cast<HRESULT>(0x80040217)},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.listener);
-        auto request = Request(TlsUrl("/echo", c.listener), L"GET");
-        vfc::TComPtr<IVnWebResult> result;
-        EXPECT_EQ(c.expected, Execute(request.get(), result));
-    }
-    auto request = Request(TlsUrl("/echo"), L"GET");
-    vfc::TComPtr<IVnWebResult> result;
-    ASSERT_EQ(S_OK, Execute(request.get(), result));
-    EXPECT_EQ(200, Code(result.get()));
-    EXPECT_NE(std::string::npos, Body(result.get()).find("\"tls\": true"));
+    const TAnswer trusted = Answer(Request(TlsUrl("/echo"), L"GET").get());  // the test CA's own certificate for localhost
+    EXPECT_EQ(std::make_tuple(200L, true), std::make_tuple(trusted.code, trusted.body.find("\"tls\": true") != std::string::npos));
 }
 
 TEST_F(Requests, VerbsAndPropertiesAreCheckedAndLockedAsTheModelDemands)
 {
-    // An unknown verb at creation shows at Execute.
-    auto unknown = Request(Url("/echo"), L"FETCH");
-    vfc::TComPtr<IVnWebResult> result;
-    EXPECT_EQ(E_FAIL, Execute(unknown.get(), result));
+    EXPECT_EQ(E_FAIL, Answer(Request(Url("/echo"), L"FETCH").get()).hr) << "an unknown verb at creation shows at Execute";
 
     // Set later, it is refused and the verb stays as it was.
     auto request = Request(Url("/echo"), L"get");
@@ -203,7 +156,7 @@ TEST_F(Requests, VerbsAndPropertiesAreCheckedAndLockedAsTheModelDemands)
     EXPECT_FALSE(none);
 }
 
-TEST_F(Requests, PreflightIsABodylessHeadWithoutRedirects)
+TEST_F(Requests, PreflightIsABodylessHeadWithoutRedirectsOrTheRealVerbWhenHeadAuthenticationIsSkipped)
 {
     auto request = Request(Url("/redirect?to=/upload&code=302"), L"POST");
     const auto lines = Arrivals(request.get(), 3, "0123456789");
@@ -217,6 +170,9 @@ TEST_F(Requests, PreflightIsABodylessHeadWithoutRedirects)
     EXPECT_NE(std::string::npos, lines[1].find("\"method\": \"POST\"")) << lines[1];
     EXPECT_NE(std::string::npos, lines[1].find("[\"Content-Length\", \"10\"]")) << lines[1];
     EXPECT_NE(std::string::npos, lines[2].find("\"path\": \"/upload\"")) << lines[2];
+    Configure({{L"proxy/skipHeadAuth", L"true"}});
+    for (const std::string& line : Arrivals(Request(Url("/echo?probe=skip"), L"DELETE").get(), 2))  // pre-flight and request
+        EXPECT_NE(std::string::npos, line.find("\"method\": \"DELETE\"")) << line;
 }
 
 TEST_F(Requests, HeadersThatWouldSplitTheRequestOrReplaceItsHostAreRefused)
@@ -235,14 +191,6 @@ TEST_F(Requests, HeadersThatWouldSplitTheRequestOrReplaceItsHostAreRefused)
         EXPECT_EQ(std::string::npos, line.find("X-Injected")) << line;
         EXPECT_EQ(std::string::npos, line.find("evil")) << line;
     }
-}
-
-TEST_F(Requests, SkipHeadAuthenticationProbesWithTheRealVerb)
-{
-    Configure({{L"proxy/skipHeadAuth", L"true"}});
-    auto request = Request(Url("/echo?probe=skip"), L"DELETE");
-    for (const std::string& line : Arrivals(request.get(), 2))  // pre-flight and real request both as DELETE
-        EXPECT_NE(std::string::npos, line.find("\"method\": \"DELETE\"")) << line;
 }
 
 // The platform's keep-alive pool would hand a direct connection to a
@@ -268,19 +216,11 @@ TEST_F(ProxiedRequests, GoThroughTheProxyThatAScriptOrTheManualSettingsName)
         SCOPED_TRACE(vfc::Narrow(mode));
         ConfigureProxy(port);
         Configure({{L"proxy/mode", mode}, {L"proxy/script", vfc::Widen(script)}});
-        auto request = Request(Url("/echo?via=proxy"), L"GET");
-        vfc::TComPtr<IVnWebResult> result;
-        ASSERT_EQ(S_OK, Execute(request.get(), result));
-        EXPECT_EQ(200, Code(result.get()));
-        const std::string echo = Body(result.get());
-        EXPECT_NE(std::string::npos, echo.find("vn-test-proxy")) << echo;
-
-        auto tls = Request(TlsUrl("/bytes?n=100000&mode=chunked"), L"GET");
-        vfc::TComPtr<IVnWebResult> tlsResult;
-        ASSERT_EQ(S_OK, Execute(tls.get(), tlsResult));
-        const std::string body = Body(tlsResult.get());
-        EXPECT_EQ(100000u, body.size());
-        EXPECT_EQ(Header(tlsResult.get(), L"X-Body-Sha256"), Sha256(body));
+        const TAnswer echo = Answer(Request(Url("/echo?via=proxy"), L"GET").get());
+        EXPECT_EQ(std::make_tuple(S_OK, 200L, true), std::make_tuple(echo.hr, echo.code, echo.body.find("vn-test-proxy") != std::string::npos))
+            << echo.body;
+        const TAnswer tls = Answer(Request(TlsUrl("/bytes?n=100000&mode=chunked"), L"GET").get());
+        EXPECT_EQ(std::make_tuple(S_OK, size_t(100000), tls.digest), std::make_tuple(tls.hr, tls.body.size(), Sha256(tls.body)));
     }
     DeleteFileA(script.c_str());
 }

@@ -7,10 +7,10 @@
 #include <windows.h>
 #include <tlhelp32.h>
 
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -27,10 +27,9 @@ namespace si = vn_standin;
 constexpr DWORD kPeriod = 3000, kSlack = 2000;
 
 // A sink of all three kinds that writes down what it hears, "kind status[ connection type];", and answers `answer`.
-class TSink : public vfc::TComObject<TSink, IVnLinkhostNetworkEventSink, IVnLinkhostSensEventSink,
-                                     IVnLinkhostWMINetworkEventSink> {
-public:
+struct TSink : vfc::TComObject<TSink, IVnLinkhostNetworkEventSink, IVnLinkhostSensEventSink, IVnLinkhostWMINetworkEventSink> {
     static constexpr bool LocksModule = false;
+    static vfc::TComPtr<TSink> New() { vfc::TComPtr<TSink> sink; vfc::CreateInto(sink); return sink; }
     STDMETHODIMP NetworkStatusChanged(ULONG status, ULONG type) override { return Note("timer", status, type); }
     STDMETHODIMP NetworkStatusChanged(ULONG status, BSTR connection, ULONG type) override
     {
@@ -42,25 +41,16 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         return std::exchange(m_heard, "");
     }
-    HRESULT answer = S_OK;
-
-private:
     HRESULT Note(const char* kind, ULONG status, ULONG type = 0, const std::string& connection = "")
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_heard += kind + (" " + std::to_string(status)) + (type ? " " + connection + std::to_string(type) : "") + ";";
         return answer;
     }
+    HRESULT answer = S_OK;
     std::mutex m_mutex;
     std::string m_heard;
 };
-
-vfc::TComPtr<TSink> Sink()
-{
-    vfc::TComPtr<TSink> sink;
-    vfc::CreateInto(sink);
-    return sink;
-}
 
 // What the sink heard within a period, once it heard as much as `expected`.
 std::string HeardWithinAPeriod(TSink* sink, const std::string& expected)
@@ -79,12 +69,9 @@ void SetNetwork(DWORD flags)
 // How often the server asked IsNetworkAlive since the last call; with `answer`, only those answered so ("1" alive).
 int TakeChecks(const std::string& answer = "")
 {
-    const std::string calls = si::ReadText(si::kSensapiKey, si::kCalls), asked = "IsNetworkAlive=" + answer;
+    const std::string calls = si::ReadText(si::kSensapiKey, si::kCalls);
     si::WriteText(si::kSensapiKey, si::kCalls, "");
-    int count = 0;
-    for (size_t at = calls.find(asked); at != std::string::npos; at = calls.find(asked, at + 1))
-        ++count;
-    return count;
+    return Count(calls, "IsNetworkAlive=" + answer);
 }
 
 // Has the stand-ins raise an event in the server and gives the subscribers'
@@ -121,7 +108,6 @@ class Monitors : public testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
         ASSERT_EQ(0u, RunServer("/RegServer"));
         const std::string dll = BinDir() + "\\vn_standin_netevents.dll";
         const std::string locator = std::string(vn_netevents::kStandInClasses[3]).substr(6);  // "{...}"
@@ -176,7 +162,7 @@ TEST_F(Monitors, SensSubscriptionsLiveWithTheRootObjectAndEventsReachTheSinksUnt
     EXPECT_EQ(subscriptions, si::ReadList(vn_netevents::kKey, "Subscriptions"));
 
     // The sink methods answer 0 to everything; only a sink that is not there is logged.
-    auto first = Sink(), second = Sink();
+    auto first = TSink::New(), second = TSink::New();
     const size_t log = LogSize();
     for (HRESULT hr : {m_host->RegisterNetworkEventSink(nullptr), m_host->UnRegisterNetworkEventSink(nullptr),
                        m_host->RegisterSensEventSink(nullptr), m_host->UnRegisterSensEventSink(nullptr),
@@ -190,12 +176,8 @@ TEST_F(Monitors, SensSubscriptionsLiveWithTheRootObjectAndEventsReachTheSinksUnt
 
     ASSERT_EQ(S_OK, m_host->RegisterSensEventSink(first.get()));
     ASSERT_EQ(S_OK, m_host->RegisterSensEventSink(second.get()));
-    const struct {
-        HRESULT firstAnswers;
-        std::vector<std::string> event;
-        HRESULT result;
-        const char *firstHears, *secondHears;
-    } events[] = {
+    // What the first sink answers, the event; the subscribers' answer, what the first and the second sink hear.
+    const std::tuple<HRESULT, std::vector<std::string>, HRESULT, const char*, const char*> events[] = {
         {S_OK, {"ConnectionLost", "LAN-Verbindung", "1"}, S_OK, "sens 0 LAN-Verbindung 1;", "sens 0 LAN-Verbindung 1;"},
         {S_OK, {"ConnectionMadeNoQOCInfo", "Einwahl", "2"}, S_OK, "sens 1 Einwahl 2;", "sens 1 Einwahl 2;"},
         {E_ACCESSDENIED, {"ConnectionLost", "Einwahl", "2"}, E_ACCESSDENIED, "sens 0 Einwahl 2;", ""},
@@ -203,11 +185,10 @@ TEST_F(Monitors, SensSubscriptionsLiveWithTheRootObjectAndEventsReachTheSinksUnt
         {S_OK, {"DestinationReachable", "LAN", "1"}, E_NOTIMPL, "", ""},
         {S_OK, {"DestinationReachableNoQOCInfo", "LAN", "1"}, E_NOTIMPL, "", ""},
     };
-    for (const auto& e : events) {
-        first->answer = e.firstAnswers;
-        EXPECT_EQ(e.result, Raise(e.event)) << e.event[0];
-        EXPECT_EQ(e.firstHears, first->Take()) << e.event[0];
-        EXPECT_EQ(e.secondHears, second->Take()) << e.event[0];
+    for (auto& [answer, event, result, firstHears, secondHears] : events) {
+        first->answer = answer;
+        EXPECT_EQ(result, Raise(event)) << event[0];
+        EXPECT_EQ(std::make_tuple(firstHears, secondHears), std::make_tuple(first->Take(), second->Take())) << event[0];
     }
     m_host.reset();
     EXPECT_EQ(std::vector<std::string>{}, si::ReadList(vn_netevents::kKey, "Subscriptions"));
@@ -221,14 +202,10 @@ TEST_F(Monitors, WmiSinksHearOneStatusOnlyWhenTheNetworkSettlesInTheAnnouncedSta
         queries.push_back(std::string("ROOT\\WMI|WQL|SELECT * FROM MSNdis_") + event + "|128");
     EXPECT_EQ(queries, si::ReadList(vn_netevents::kKey, "Queries"));
 
-    auto sink = Sink();
+    auto sink = TSink::New();
     ASSERT_EQ(S_OK, m_host->RegisterWMINetworkEventSink(sink.get()));
-    const struct {
-        DWORD flags;
-        std::vector<std::string> event;
-        int upAfterChecks, finalChecks;  // checks that saw the final state
-        const char* heard;
-    } events[] = {
+    // The network's flags, the event, the checks after which it comes up; the checks that saw the final state, what is heard.
+    const std::tuple<DWORD, std::vector<std::string>, int, int, const char*> events[] = {
         // Still alive through the whole settling time: no status.
         {1, {"Indicate", "MSNdis_NotifyAdapterRemoval"}, 0, 11, ""},
         {0, {"Indicate", "MSNdis_StatusMediaDisconnect"}, 0, 1, "wmi 0;"},
@@ -236,12 +213,11 @@ TEST_F(Monitors, WmiSinksHearOneStatusOnlyWhenTheNetworkSettlesInTheAnnouncedSta
         // Up after the third check; the second connect finds the status told already.
         {0, {"Indicate", "MSNdis_StatusMediaConnect", "MSNdis_NotifyAdapterArrival"}, 3, 2, "wmi 1;"},
     };
-    for (const auto& e : events) {
-        SetNetwork(e.flags);
+    for (auto& [flags, event, upAfterChecks, finalChecks, heard] : events) {
+        SetNetwork(flags);
         TakeChecks();
-        EXPECT_EQ(S_OK, Raise(e.event, e.upAfterChecks)) << e.event[1];
-        EXPECT_EQ(e.heard, sink->Take()) << e.event[1];
-        EXPECT_EQ(e.finalChecks, TakeChecks(e.flags || e.upAfterChecks ? "1" : "0")) << e.event[1];
+        EXPECT_EQ(S_OK, Raise(event, upAfterChecks)) << event[1];
+        EXPECT_EQ(std::make_tuple(heard, finalChecks), std::make_tuple(sink->Take(), TakeChecks(flags || upAfterChecks ? "1" : "0"))) << event[1];
     }
     m_host.reset();
     EXPECT_EQ(std::vector<std::string>{}, si::ReadList(vn_netevents::kKey, "Queries"));
@@ -272,7 +248,7 @@ TEST_F(Monitors, MonitorsStartAndStopWithTheRootObjectWhileManyClientsComeAndGoW
 
 TEST_F(Monitors, TimerSinksHearEachChangeOfLanAndWanWithinAPeriodWhileRegisteredAndADeadClientHoldsUpNoOne)
 {
-    auto sink = Sink();
+    auto sink = TSink::New();
     ASSERT_EQ(S_OK, m_host->RegisterNetworkEventSink(sink.get()));
     // (flags, what the sink hears) from the reference state, LAN.
     const std::pair<DWORD, std::string> changes[] = {
@@ -289,8 +265,7 @@ TEST_F(Monitors, TimerSinksHearEachChangeOfLanAndWanWithinAPeriodWhileRegistered
     TakeChecks();
     SetNetwork(1);
     Sleep(kPeriod + kSlack);
-    EXPECT_EQ("", sink->Take());
-    EXPECT_EQ(0, TakeChecks());
+    EXPECT_EQ(std::make_pair(std::string(), 0), std::make_pair(sink->Take(), TakeChecks()));
     ASSERT_EQ(S_OK, m_host->RegisterNetworkEventSink(sink.get()));
     EXPECT_EQ("timer 0 2;timer 1 1;", HeardWithinAPeriod(sink.get(), "timer 0 2;timer 1 1;"));
 

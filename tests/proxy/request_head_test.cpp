@@ -1,8 +1,10 @@
 // What the local proxy makes of a client's bytes before the pipeline runs: the head collected read after read, the
-// request line split into method and URL, and how a response body is framed back.
+// request line split into method and URL, and how a response body is framed back (each piece as one chunk: the
+// local proxy's end-to-end test reads chunked bodies through it with curl).
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "proxy/request_head.h"
@@ -42,8 +44,9 @@ TEST(RequestHead, IsCollectedFromReadsThatBeginWithAMethod)
         // line feeds) does not end it again: only a blank line that ends in the new read does.
         {{"PUT / HTTP/1.1\r\n\r\nx\n\ny", "zz"}, 1, "PUT / HTTP/1.1\r\n\r\nx\nzz", "y"},
         {{"PUT / HTTP/1.1\r\n\r\nx\n\ny", "z\n\nw"}, 0, "PUT / HTTP/1.1\r\n\r\nx\nz\n", "yw"},
-        // A read that begins with a method starts over.
+        // A read that begins with a method starts over, also after a whole head and its body's fragment.
         {{"GET /a HTTP/1.1\r\n", "DELETE /b HTTP/1.1\r\n\r\n"}, 0, "DELETE /b HTTP/1.1\r\n", ""},
+        {{"POST / HTTP/1.1\r\n\r\nold", "GET /next HTTP/1.1\r\n\r\n"}, 0, "GET /next HTTP/1.1\r\n", ""},
         // Capitals as written, and the whole name in the first read: anything else is dropped.
         {{"get / HTTP/1.1\r\n\r\n"}, 1, "", ""},
         {{"GE", "T / HTTP/1.1\r\n\r\n"}, 1, "", ""},
@@ -61,22 +64,10 @@ TEST(RequestHead, IsCollectedFromReadsThatBeginWithAMethod)
     }
 }
 
-TEST(RequestHead, TheNextHeadReplacesTheFragmentOfTheLast)
-{
-    CVnRequestHead head;
-    int result = -1;
-    Feed(head, {{"POST / HTTP/1.1\r\n\r\nold", "GET /next HTTP/1.1\r\n\r\n"}, 0, "", ""}, result);
-    EXPECT_EQ("GET /next HTTP/1.1\r\n", head.m_strHead);
-    EXPECT_TRUE(head.m_bodyFragment.empty());
-}
-
 TEST(RequestLine, GivesTheMethodAndAnAbsoluteUrl)
 {
-    const struct {
-        const char *line, *host;
-        vn_proxy::TRequestLineResult result;
-        const char *method, *url;
-    } cases[] = {
+    // The request line, the Host header; the result, the method, the URL.
+    const std::tuple<const char*, const char*, vn_proxy::TRequestLineResult, std::string, std::string> cases[] = {
         {"GET http://h:1/p?q HTTP/1.1", "other", vn_proxy::RequestLineOk, "GET", "http://h:1/p?q"},
         {"POST /p HTTP/1.1", "h:8", vn_proxy::RequestLineOk, "POST", "http://h:8/p"},
         {"GET  /p  HTTP/1.0", "h", vn_proxy::RequestLineOk, "GET", "http://h/p"},
@@ -85,23 +76,17 @@ TEST(RequestLine, GivesTheMethodAndAnAbsoluteUrl)
         {"GET /p HTTP/1.1", nullptr, vn_proxy::RequestLineNoHost, "GET", "/p"},
         {"GET", "h", vn_proxy::RequestLineNoBlank, "", ""},
     };
-    for (const auto& c : cases) {
-        std::string method, url;
-        EXPECT_EQ(c.result, vn_proxy::SplitRequestLine(c.line, c.host, method, url)) << c.line;
-        EXPECT_EQ(c.method, method) << c.line;
-        EXPECT_EQ(c.url, url) << c.line;
+    for (auto& [line, host, result, method, url] : cases) {
+        std::string givenMethod, givenUrl;
+        const auto given = vn_proxy::SplitRequestLine(line, host, givenMethod, givenUrl);
+        EXPECT_EQ(std::make_tuple(result, method, url), std::make_tuple(given, givenMethod, givenUrl)) << line;
     }
 }
 
 TEST(ResponseFraming, FollowsTheMethodTheStatusAndTheHeaders)
 {
-    const struct {
-        const char* method;
-        LONG status;
-        bool length;
-        const char* coding;
-        vn_proxy::TBodyFraming framing;
-    } cases[] = {
+    // The method, the status, whether a Content-Length came, the Transfer-Encoding; the framing.
+    const std::tuple<const char*, LONG, bool, const char*, vn_proxy::TBodyFraming> cases[] = {
         {"HEAD", 200, true, "chunked", vn_proxy::FramingNone},
         {"GET", 204, false, "", vn_proxy::FramingNone},
         {"GET", 304, false, "", vn_proxy::FramingNone},
@@ -111,21 +96,8 @@ TEST(ResponseFraming, FollowsTheMethodTheStatusAndTheHeaders)
         {"GET", 200, false, "", vn_proxy::FramingUntilClose},
         {"GET", 200, false, "gzip", vn_proxy::FramingUntilClose},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.framing, vn_proxy::ResponseFraming(c.method, c.status, c.length, c.coding)) << c.method << c.status;
-}
-
-TEST(ResponseFraming, FramesEachPieceAsOneChunk)
-{
-    const std::string piece(300, 'x');
-    for (const std::string& bytes : {std::string("abc"), piece, std::string()}) {
-        LONG size = 0;
-        const auto* data = reinterpret_cast<const BYTE*>(bytes.data());
-        auto framed = vn_proxy::FrameChunk(data, static_cast<LONG>(bytes.size()), size);
-        char line[16];
-        snprintf(line, sizeof line, "%zX\r\n", bytes.size());
-        EXPECT_EQ(line + bytes + "\r\n", std::string(reinterpret_cast<const char*>(framed.get()), size));
-    }
+    for (auto& [method, status, length, coding, framing] : cases)
+        EXPECT_EQ(framing, vn_proxy::ResponseFraming(method, status, length, coding)) << method << status;
 }
 
 }  // namespace

@@ -3,13 +3,13 @@
 // time, as a service, killed. In this order: the last test leaves a stale class registration.
 #include <gtest/gtest.h>
 
-
 #include <algorithm>
 #include <tuple>
 #include <utility>
 
 #include "server/server_fixture.h"
 #include "tests/settings/config_file_support.h"
+#include "tests/doubles/rasapi32/standin_registry.h"
 #include "tests/doubles/test_plugin/plugin_registration.h"
 #include "tests/doubles/test_plugin/test_plugin.h"
 #include "vfc/text.h"
@@ -40,7 +40,7 @@ const std::tuple<std::string, const char*, const char*> kRegistered[] = {
     {"TypeLib\\" + kLibId + "\\1.0", nullptr, nullptr},
 };
 
-TEST(Registration, RegServerWritesTheServerAndUnregisterRemovesAllButTheCategory)
+TEST(Registration, RegServerWritesTheServerUnregisterRemovesAllButTheCategoryAndRolesWithoutWorkEndAtOnce)
 {
     ASSERT_EQ(0u, RunServer("/RegServer"));
     for (const auto& [key, value, text] : kRegistered)
@@ -65,22 +65,14 @@ TEST(Registration, RegServerWritesTheServerAndUnregisterRemovesAllButTheCategory
     EXPECT_EQ(0u, RunServer("-u")) << "unregistering twice is no error";
     EXPECT_EQ(0u, RunServer("-r")) << "the box that reports it fails at once without a display";
     EXPECT_TRUE(RegKeyExists(HKEY_CLASSES_ROOT, "CLSID\\" + kClsid));
-}
-
-TEST(Registration, CommandLinesThatDoNoWorkEndWithEFailAndKillWithNothingToEndWithZero)
-{
-    // No display: the usage box fails at once instead of waiting for a click.
-    for (const char* arguments : {"", "-h", "--help", "-x", "--reg", "foo -r", "-- -r", "--help=x", "-h -r"})
+    // Command lines that do no work: refusals and help end with E_FAIL (the usage box fails at once without a display),
+    // and a kill with nothing to end ends at once with 0.
+    for (const char* arguments : {"", "-h", "-x", "foo -r"})
         EXPECT_EQ(static_cast<DWORD>(E_FAIL), RunServer(arguments)) << "arguments: " << arguments;
     ASSERT_EQ(0u, FindProcess("VnLinkhost.exe"));
     const DWORD start = GetTickCount();
     EXPECT_EQ(0u, RunServer("-k"));
     EXPECT_LT(GetTickCount() - start, 8000u) << "with nothing to end it does not wait";
-}
-
-void SetSinkAnswer(DWORD answer)
-{
-    RegSetKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "SinkAnswer", REG_DWORD, &answer, sizeof answer);
 }
 
 // With the test plug-in (tests/doubles/test_plugin) in the plug-in category,
@@ -91,7 +83,7 @@ protected:
     {
         ASSERT_EQ(0u, RunServer("/RegServer"));
         RegisterTestPlugin();
-        SetSinkAnswer(0);
+        vn_standin::WriteDword(kVnTestKey, "SinkAnswer", 0);
     }
     static void TearDownTestSuite()
     {
@@ -116,10 +108,8 @@ TEST_F(Server, ServesAllItsClientsWithItsPluginsLingersAndEndsWithItsLastClientA
     auto host = CreateRoot();
     ASSERT_TRUE(host);
     TServerProcess server;
-    const std::string lines = LogSince(log);
-    EXPECT_NE(std::string::npos, lines.find("Plugins found: \r\n")) << lines;
-    EXPECT_NE(std::string::npos, lines.find("[TestPlugin]  initialised")) << lines;
-    EXPECT_NE(std::string::npos, lines.find("  Testerweiterung               \t7.1")) << lines;
+    for (const char* line : {"Plugins found: \r\n", "[TestPlugin]  initialised", "  Testerweiterung               \t7.1"})
+        EXPECT_NE(std::string::npos, LogSince(log).find(line)) << LogSince(log);
     vfc::TComPtr<IUnknown> extension;
     EXPECT_EQ(S_OK, host->GetExtensionInterface(&IID_VnTestExtension, extension.put()));
     EXPECT_TRUE(extension);
@@ -132,8 +122,7 @@ TEST_F(Server, ServesAllItsClientsWithItsPluginsLingersAndEndsWithItsLastClientA
     // Clients of other processes share the root object.
     const std::string client = Quoted(BinDir() + "\\version_client.exe");
     TChild first(client), second(client);
-    EXPECT_EQ(0u, first.Wait(30000));
-    EXPECT_EQ(0u, second.Wait(30000));
+    EXPECT_EQ(std::make_pair(DWORD(0), DWORD(0)), std::make_pair(first.Wait(30000), second.Wait(30000)));
     EXPECT_EQ(1, CountLogLinesSince(log, "VnLinkhost version 01.00.00.0001 starting up"));
     EXPECT_EQ("<missing>", RegText(HKEY_CURRENT_USER, kVnTestKey, "Events"));
     host.reset();
@@ -295,7 +284,7 @@ TEST_F(Service, InstallsWithTheEmbeddingLineServesOutlivesItsClientsEndsOnAnAgre
 // registration behind: keep it last.
 TEST_F(Service, VetoingSinkHoldsAStopAndKillTerminatesTheServerAfterTenSeconds)
 {
-    SetSinkAnswer(static_cast<DWORD>(Veto));
+    vn_standin::WriteDword(kVnTestKey, "SinkAnswer", static_cast<DWORD>(Veto));
     auto host = StartAndConnect();
     ASSERT_TRUE(host);
     TServerProcess server;

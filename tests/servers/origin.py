@@ -1,18 +1,16 @@
 #!/usr/bin/env python3
 """Loopback HTTP/1.1 origin server of the tests; binds 127.0.0.1 only, prints (and puts in --ready-file)
-"READY http=<port> https=<port> ... refused=<port> blackhole=<port> echo=<port> pid=<pid>": a TLS
-listener per make-test-ca certificate in --tls-dir, a port that refuses, one that never accepts, a raw TCP
-echo. --log gets a JSON line per request, as /echo gives it less query and tls, plus id, t, status. Routes: /echo?status=,
-/bytes?n=&mode=length|chunked|close&seed= (X-Body-Sha256, X-Body-Length: what the bytes hash to),
-/slow?n=&piece=64&delay_ms=100&head_delay_ms=0&mode=, /short?n=&sent=n/2, /stall?n=&sent=n/2&max_ms=,
-/reset-mid?n=&sent=n/2&pause_ms=200, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302,
-/upload, /headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /auth/digest (a challenge that is
-never met; each 401 carries the /echo body), /pac?proxy=host:port (a proxy script naming it), /__log?since=<id>.
+"READY http=<port> https=<port> ... refused=<port> echo=<port> pid=<pid>": a TLS listener per make-test-ca
+certificate in --tls-dir, a port that refuses, and a raw TCP echo. --log gets a JSON line per request, as /echo
+gives it less query and tls, plus id, t, status. Routes: /echo, /bytes?n=&mode=length|chunked|close&seed=
+(X-Body-Sha256: what the bytes hash to), /slow?n=&piece=64&delay_ms=100&mode=, /short?n=&sent=n/2,
+/stall?n=&sent=n/2&max_ms=, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302, /upload,
+/headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /auth/digest (a challenge that is never
+met; each 401 carries the /echo body), /pac?proxy=host:port (a proxy script naming it).
 """
 
 import argparse
 import base64
-import collections
 import functools
 import hashlib
 import http.server
@@ -27,16 +25,15 @@ import threading
 import time
 import urllib.parse
 
-# The request log, shared by all listeners, and the counts of requests and connections.
-LOG, LOCK, IDS, CONNECTIONS = collections.deque(maxlen=20000), threading.Lock(), itertools.count(1), itertools.count(1)
+# The request log's file, shared by all listeners, and the counts of requests and connections.
+LOCK, IDS, CONNECTIONS = threading.Lock(), itertools.count(1), itertools.count(1)
 LOG_FILE, LIFETIME = None, 900
 
 
 def add(entry):
     with LOCK:
-        LOG.append(dict(id=next(IDS), t=round(time.time(), 3), **entry))
         if LOG_FILE:
-            LOG_FILE.write(json.dumps(LOG[-1]) + "\n")
+            LOG_FILE.write(json.dumps(dict(id=next(IDS), t=round(time.time(), 3), **entry)) + "\n")
             LOG_FILE.flush()
 
 
@@ -117,8 +114,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
                     body_sha256=self.body_sha256, **more)
 
     def head(self, status, headers, keep=True):
-        if self.route != "/__log":
-            add(self.describe(status=status))
+        add(self.describe(status=status))
         self.send_response(status)
         for name, value in headers:
             self.send_header(name, value)
@@ -142,8 +138,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         sent = n if sent is None else min(sent, n)
         if mode not in ("length", "chunked", "close"):
             raise ValueError("mode must be length, chunked or close")
-        headers = [("Content-Type", "application/octet-stream"), ("X-Body-Sha256", digest(seed, n)),
-                   ("X-Body-Length", n)]
+        headers = [("Content-Type", "application/octet-stream"), ("X-Body-Sha256", digest(seed, n))]
         if mode != "close":
             headers.append(("Transfer-Encoding", "chunked") if mode == "chunked" else ("Content-Length", n))
         self.head(200, headers, keep=mode != "close" and sent == n)
@@ -170,7 +165,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def dispatch(self):
         route, echo = self.route, self.describe(query=self.query, tls=self.server.name != "http")
         if route == "/echo":
-            return self.json(echo, self.number("status", 200))
+            return self.json(echo)
         if route in ("/auth/basic", "/auth/digest"):
             login = base64.b64encode(("%s:%s" % (self.arg("user", "user"), self.arg("pass", "pass"))).encode())
             if route == "/auth/basic" and self.headers.get("Authorization", "").split() == ["Basic", login.decode()]:
@@ -180,13 +175,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if route == "/bytes":
             return self.body()
         if route == "/slow":
-            time.sleep(self.number("head_delay_ms", 0) / 1000.0)
             return self.body(piece=self.number("piece", 64), delay_ms=self.number("delay_ms", 100))
-        if route in ("/short", "/reset-mid", "/stall"):
+        if route in ("/short", "/stall"):
             self.body(sent=self.number("sent", self.number("n", 1024) // 2))
-            if route == "/reset-mid":
-                time.sleep(self.number("pause_ms", 200) / 1000.0)
-                self.reset()
             return self.hold(self.number("max_ms", 0)) if route == "/stall" else None
         if route in ("/reset", "/silent"):
             add(self.describe(status=0))
@@ -197,17 +188,12 @@ class Handler(http.server.BaseHTTPRequestHandler):
             to = self.arg("to", "/echo")
             return self.reply(self.number("code", 302), "redirect to %s\n" % to, [("Location", to)])
         if route == "/upload":
-            return self.json({"method": self.command, "length": self.body_length, "sha256": self.body_sha256,
-                              "chunked": self.chunked})
+            return self.json({"method": self.command, "length": self.body_length, "sha256": self.body_sha256})
         if route == "/pac":
             script = 'function FindProxyForURL(url, host) { return "PROXY %s"; }\n' % self.arg("proxy", "p:1")
             return self.reply(200, script, content_type="application/x-ns-proxy-autoconfig")
         if route == "/headers":
             return self.reply(200, "ok\n", [h.split(":", 1) for h in self.query.get("h", [])])
-        if route == "/__log":
-            with LOCK:
-                entries = [e for e in LOG if e["id"] > self.number("since", 0)]
-            return self.json(entries)
         self.reply(404, "no route for %s\n" % route)
 
 
@@ -265,15 +251,11 @@ def main():
             context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
             context.load_cert_chain(stem + ".pem", stem + ".key")
             ports.append((name, Listener(name, context).server_address[1]))
-    # Held for the server's life, so that nobody else takes these ports.
-    refused, blackhole = socket.socket(), socket.socket()
+    refused = socket.socket()  # held for the server's life, so that nobody else takes the port
     refused.bind(("127.0.0.1", 0))
-    blackhole.bind(("127.0.0.1", 0))
-    blackhole.listen(64)
     echoing = socket.create_server(("127.0.0.1", 0))
     threading.Thread(target=echo, args=(echoing,), daemon=True).start()
-    ports += [("refused", refused.getsockname()[1]), ("blackhole", blackhole.getsockname()[1]),
-              ("echo", echoing.getsockname()[1]), ("pid", os.getpid())]
+    ports += [("refused", refused.getsockname()[1]), ("echo", echoing.getsockname()[1]), ("pid", os.getpid())]
     line = "READY " + " ".join("%s=%d" % item for item in ports)
     if args.ready_file:
         with open(args.ready_file + ".tmp", "w") as f:

@@ -1,4 +1,5 @@
-// The configuration file in the test prefix (found here, not asked of the product); a guard empties and restores both.
+// The configuration file in the test prefix (found here, not asked of the product); a guard empties and restores both;
+// a record as the file's text.
 #pragma once
 
 #include <windows.h>
@@ -8,6 +9,9 @@
 #include <string>
 
 #include "common/test_util.h"
+#include "settings/xml_config_manager.h"
+#include "vfc/bstr.h"
+#include "vfc/text.h"
 
 namespace vn_config_test {
 
@@ -34,6 +38,19 @@ inline void RemovePath(const std::string& path)  // a file, or the folder a test
     ::SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
     ::DeleteFileA(path.c_str());
     ::RemoveDirectoryA(path.c_str());
+}
+
+// A record as the tree writer gives it, with line feeds; CrLf turns them into the file's line ends (text mode).
+inline std::string ToXml(const CConfigData& data)
+{
+    vfc::TBstr xml;
+    return CVnLinkhostXMLConfigManager().ConfigDataToXML(&data, xml.put()) == S_OK ? vfc::Narrow(xml.str()) : "<failed>";
+}
+inline std::string CrLf(std::string text)
+{
+    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 2))
+        text.insert(at, 1, '\r');
+    return text;
 }
 
 class TConfigFilesGuard {

@@ -34,11 +34,6 @@ CConfigData Unusual()  // every stored field differs from its default
     d.m_DefaultConnection = "B\xFCro-ISDN";  // ANSI, not UTF-8
     return d;
 }
-std::string ToXml(const CConfigData& data)
-{
-    vfc::TBstr xml;
-    return CVnLinkhostXMLConfigManager().ConfigDataToXML(&data, xml.put()) == S_OK ? vfc::Narrow(xml.str()) : "<failed>";
-}
 HRESULT Load(CConfigData& data, const std::string* text = nullptr)  // from the file, or from a text
 {
     CConfigData* record = &data;
@@ -46,12 +41,6 @@ HRESULT Load(CConfigData& data, const std::string* text = nullptr)  // from the 
                 : CVnLinkhostXMLConfigManager().LoadConfiguration(&record);
 }
 HRESULT Save(const CConfigData& data) { return CVnLinkhostXMLConfigManager().SaveConfiguration(&data); }
-std::string CrLf(std::string text)
-{
-    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 2))
-        text.insert(at, 1, '\r');
-    return text;
-}
 std::string Replace(std::string text, const std::string& from, const std::string& to)
 {
     return text.replace(text.find(from), from.size(), to);

@@ -2,6 +2,8 @@
 // what the script engine's host functions answer.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "settings/auto_proxy_helper.h"
 #include "settings/proxy_config_helper.h"
 
@@ -9,53 +11,34 @@ namespace {
 
 TEST(ProxyScriptParts, AnswerLosesItsFirstProxyWordOnlyAndDirectOrNothingElseSaySo)
 {
-    const struct {
-        const char* answer;
-        HRESULT status;
-        const char* proxy;
-    } cases[] = {
-        {"PROXY a:8080", S_OK, "a:8080"},
-        {"PROXY a:8080; DIRECT", S_OK, "a:8080; DIRECT"},
-        {"PROXY a:1; PROXY b:2", S_OK, "a:1; PROXY b:2"},
-        {"  PROXY \ta:1 \r\n", S_OK, "a:1"},
-        {"DIRECT; PROXY a:1", S_OK, "DIRECT; a:1"},
-        {"DIRECT", S_FALSE, ""},
-        {"SOCKS s:1", static_cast<HRESULT>(0x8004020D), ""},
-        {"proxy a:1", static_cast<HRESULT>(0x8004020D), ""},
+    const std::tuple<const char*, HRESULT, const char*> cases[] = {  // the answer; the status, the proxy
+        {"PROXY a:8080", S_OK, "a:8080"}, {"PROXY a:8080; DIRECT", S_OK, "a:8080; DIRECT"}, {"PROXY a:1; PROXY b:2", S_OK, "a:1; PROXY b:2"},
+        {"  PROXY \ta:1 \r\n", S_OK, "a:1"}, {"DIRECT; PROXY a:1", S_OK, "DIRECT; a:1"}, {"DIRECT", S_FALSE, ""},
+        {"SOCKS s:1", static_cast<HRESULT>(0x8004020D), ""}, {"proxy a:1", static_cast<HRESULT>(0x8004020D), ""},
     };
-    for (const auto& c : cases) {
+    for (auto& [answer, status, expected] : cases) {
         std::string proxy = "old";
-        EXPECT_EQ(c.status, CVnProxyConfigHelper::GetProxyFromString(c.answer, proxy)) << c.answer;
-        EXPECT_EQ(c.proxy, proxy) << c.answer;
+        const HRESULT given = CVnProxyConfigHelper::GetProxyFromString(answer, proxy);
+        EXPECT_EQ(std::make_tuple(status, std::string(expected)), std::make_tuple(given, proxy)) << answer;
     }
 }
 
 TEST(ProxyScriptParts, UrlsSplitIntoHostPathWithQueryPortAndScheme)
 {
-    const struct {
-        const char* url;
-        HRESULT status;
-        const char *host, *path;
-        INTERNET_PORT port;
-        INTERNET_SCHEME scheme;
-    } cases[] = {
+    const std::tuple<const char*, HRESULT, std::string, std::string, INTERNET_PORT, INTERNET_SCHEME> cases[] = {
         {"http://h.example:8080/p/q?x=1&y", S_OK, "h.example", "/p/q?x=1&y", 8080, INTERNET_SCHEME_HTTP},
         {"https://h.example/", S_OK, "h.example", "/", 443, INTERNET_SCHEME_HTTPS},
         {"http://h.example", S_OK, "h.example", "", 80, INTERNET_SCHEME_HTTP},
-        {"ftp://h.example/f", static_cast<HRESULT>(0x80040205), nullptr, nullptr, 0, INTERNET_SCHEME_HTTP},
-        {"not a url", static_cast<HRESULT>(0x80040205), nullptr, nullptr, 0, INTERNET_SCHEME_HTTP},
+        // A failure leaves the host the whole URL and the path empty.
+        {"ftp://h.example/f", static_cast<HRESULT>(0x80040205), "ftp://h.example/f", "", 0, INTERNET_SCHEME_UNKNOWN},
+        {"not a url", static_cast<HRESULT>(0x80040205), "not a url", "", 0, INTERNET_SCHEME_UNKNOWN},
     };
-    for (const auto& c : cases) {
-        std::string host, path;
-        INTERNET_PORT port = 0;
-        INTERNET_SCHEME scheme = INTERNET_SCHEME_UNKNOWN;
-        ASSERT_EQ(c.status, CVnProxyConfigHelper::GetUrlParts(c.url, host, path, port, scheme)) << c.url;
-        if (c.status != S_OK)
-            continue;
-        EXPECT_EQ(c.host, host) << c.url;
-        EXPECT_EQ(c.path, path) << c.url;
-        EXPECT_EQ(c.port, port) << c.url;
-        EXPECT_EQ(c.scheme, scheme) << c.url;
+    for (auto& [url, status, host, path, port, scheme] : cases) {
+        std::string givenHost = "old", givenPath = "old";
+        INTERNET_PORT givenPort = 0;
+        INTERNET_SCHEME givenScheme = INTERNET_SCHEME_UNKNOWN;
+        const HRESULT given = CVnProxyConfigHelper::GetUrlParts(url, givenHost, givenPath, givenPort, givenScheme);
+        EXPECT_EQ(std::make_tuple(status, host, path, port, scheme), std::make_tuple(given, givenHost, givenPath, givenPort, givenScheme)) << url;
     }
     std::string host;
     EXPECT_EQ(S_OK, CVnProxyConfigHelper::GetHostByUrl("h.example:81/x", host));

@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <shlobj.h>
 #include <wininet.h>
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <string>
@@ -74,13 +72,7 @@ inline void Network(int alive, DWORD flags)  // alive -1: there is no Sensapi.dl
     si::WriteDword(si::kSensapiKey, "Flags", flags);
 }
 inline std::string Journal(const char* key) { return si::ReadText(key, si::kCalls); }
-inline int Count(const std::string& text, const std::string& part)
-{
-    int count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
-        ++count;
-    return count;
-}
+using vn_test::Count;
 inline int Calls(const char* key, const std::string& call) { return Count(Journal(key), call); }
 
 inline auto Fields(const CConfigData& d)

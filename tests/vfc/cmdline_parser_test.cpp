@@ -82,12 +82,7 @@ TEST(CmdlineTokenize, SplitsAtBlanksAndTabsHonoursQuotesAndNeverWritesPastTheLim
 
 TEST(CmdlineParser, NextGivesOptionsArgumentsAndErrors)
 {
-    const struct {
-        const char* text;
-        const char* shortOptions;
-        const TCmdlineOption* table;
-        const char* expected;
-    } rows[] = {
+    const std::tuple<const char*, const char*, const TCmdlineOption*, const char*> rows[] = {  // text, options, table; trace
         {"prog foo -r bar -u", "ru", nullptr, "r u @3/5 =prog -r -u foo bar"},  // words move behind the options
         {"prog n1 n2 n3 -a v", "a:", nullptr, "a(v) @3/6 =prog -a v n1 n2 n3"},
         {"prog n1 n2 -a v w -b x", "a:b", nullptr, "a(v) b @4/8 =prog -a v -b n1 n2 w x"},
@@ -108,6 +103,6 @@ TEST(CmdlineParser, NextGivesOptionsArgumentsAndErrors)
         {"prog --abcd", "", kExactAfterOne, "? @2/2 !unrecognized option '--abcd'"},
         {"prog --two", "", kExactAfterOne, "? @2/2 !unrecognized option '--two'"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.expected, Parse(row.text, row.shortOptions, row.table)) << (row.text ? row.text : "null");
+    for (auto& [text, shortOptions, table, expected] : rows)
+        EXPECT_EQ(expected, Parse(text, shortOptions, table)) << (text ? text : "null");
 }

@@ -63,10 +63,7 @@ std::string Remaining(IEnumVARIANT* items, ULONG count = 1)
 
 TEST(Headers, AddIsExactAndReplacesOrRemovesInPlaceAndLookupIgnoresCapitals)
 {
-    const struct {
-        const wchar_t* pairs;
-        const char* expected;  // the results, then the pairs as text
-    } rows[] = {
+    const std::pair<const wchar_t*, const char*> rows[] = {  // the pairs added; the results, then the pairs as text
         {L"Accept=*/*;Host=a;Accept=text/html", "000 Accept: text/html\r\nHost: a\r\n\r\n"},
         {L"A=1;B=2;C=3;B=", "0000 A: 1\r\nC: 3\r\n\r\n"},  // later pairs move up
         {L"A=1;B=2;C=3;B=;C=4;B=5", "000000 A: 1\r\nC: 4\r\nB: 5\r\n\r\n"},
@@ -74,10 +71,10 @@ TEST(Headers, AddIsExactAndReplacesOrRemovesInPlaceAndLookupIgnoresCapitals)
         {L"=value;Absent=", "11 \r\n"},
         {L"Content-Length=5;content-length=7;CONTENT-LENGTH=", "001 Content-Length: 5\r\ncontent-length: 7\r\n\r\n"},
     };
-    for (const auto& row : rows) {
+    for (auto& [pairs, expected] : rows) {
         std::string results;
-        auto headers = New(row.pairs, &results);
-        EXPECT_EQ(row.expected, results + " " + Text(headers.get()));
+        auto headers = New(pairs, &results);
+        EXPECT_EQ(expected, results + " " + Text(headers.get()));
     }
     auto headers = New(L"A=1;Content-Length=5;content-length=7;X-\u00C4rger=yes");
     EXPECT_EQ(S_FALSE, headers->AddHeader(nullptr, L"value"));
@@ -87,17 +84,6 @@ TEST(Headers, AddIsExactAndReplacesOrRemovesInPlaceAndLookupIgnoresCapitals)
         found += Lookup(headers.get(), name) + "|";
     EXPECT_EQ("5|5|yes|<none>|<none>|<none>|", found);
     EXPECT_EQ(S_FALSE, headers->GetHeader(L"Content-Length", nullptr));
-}
-
-TEST(Headers, TwentyThousandAreAddedInLinearTimeAndGoOutInOrder)
-{
-    auto headers = New();
-    std::string expected;
-    for (int i = 0; i < 20000; ++i) {
-        ASSERT_EQ(S_OK, headers->AddHeader((L"X-" + std::to_wstring(i)).c_str(), std::to_wstring(i % 7).c_str()));
-        expected += "X-" + std::to_string(i) + ": " + std::to_string(i % 7) + "\r\n";
-    }
-    EXPECT_EQ(expected + "\r\n", Text(headers.get()));
 }
 
 TEST(Headers, RawBlockGivesStatusLineCodeAndPairs)
@@ -113,7 +99,8 @@ TEST(Headers, RawBlockGivesStatusLineCodeAndPairs)
         {"HTTP/1.1 200 OK\r\nNoColon\r\nA: b\r\n", "HTTP/1.1 200 OK#0:200#NoColon\r\nA: b\r\nA: b\r\n\r\n"},
         {"HTTP/1.1 200 OK\r\nA: 1\r\nX-Last\r\n", "HTTP/1.1 200 OK#0:200#A: 1\r\nX-Last\r\n: HTTP/1.1 200 OK\r\nA: 1\r\nX-Last\r\n\r\n"},
         // The code is the three characters behind the first blank, or from the start without one.
-        {"HTTP/1.1 404\r\n", "HTTP/1.1 404#0:404#\r\n"}, {"HTTP/1.1   500 \r\n", "HTTP/1.1   500#0:500#\r\n"},
+        {"HTTP/1.1 404 Not Found\r\n", "HTTP/1.1 404 Not Found#0:404#\r\n"}, {"HTTP/1.1 404\r\n", "HTTP/1.1 404#0:404#\r\n"},
+        {"HTTP/1.1   500 \r\n", "HTTP/1.1   500#0:500#\r\n"},
         {"HTTP/1.1 2000\r\n", "HTTP/1.1 2000#0:200#\r\n"}, {"123\r\n", "123#0:123#\r\n"}, {"ABC\r\n", "ABC#1:0#\r\n"},
         {"HTTP/1.1 \r\n", "HTTP/1.1#1:0#\r\n"}, {"HTTP/1.1 OK!\r\n", "HTTP/1.1 OK!#1:0#\r\n"},
         {"HTTP/1.1 20\r\n", "HTTP/1.1 20#-2147467259:-1#\r\n"}, {"AB\r\n", "AB#-2147467259:-1#\r\n"},
@@ -133,10 +120,6 @@ TEST(Headers, RawBlockGivesStatusLineCodeAndPairs)
     headers->InitHeaders("HTTP/1.1 200 OK\r\nA: 1\r\n");
     EXPECT_EQ(E_FAIL, headers->InitHeaders(nullptr));  // fails, and empties the list all the same
     EXPECT_EQ("\r\n", Text(headers.get()));
-    std::string status;
-    headers->InitHeaders("HTTP/1.1 404 Not Found\r\n");
-    EXPECT_EQ(S_OK, headers->GetStatusLine(status));
-    EXPECT_EQ("HTTP/1.1 404 Not Found", status);
 }
 
 TEST(Headers, EnumerationSkipResetCloneAndCopy)

@@ -40,12 +40,8 @@ std::string Pattern(size_t size, unsigned state)
 
 const BYTE* Data(const std::string& bytes) { return reinterpret_cast<const BYTE*>(bytes.data()); }
 
-std::string ClientCommand()  // this test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled
-{
-    char exe[MAX_PATH] = {};
-    ::GetModuleFileNameA(nullptr, exe, MAX_PATH);
-    return "\"" + std::string(exe) + "\" --gtest_also_run_disabled_tests --gtest_filter=ClientProcess.DISABLED_*";
-}
+// This test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled.
+const std::string kClientCommand = "\"" + vn_test::ThisProgram() + "\" --gtest_also_run_disabled_tests --gtest_filter=ClientProcess.DISABLED_*";
 
 template <typename Stream>
 vfc::TComPtr<Stream> New()
@@ -170,12 +166,7 @@ TEST(QueueStreams, CallsGiveTheirBytesCountsEndsTimeOutsLinesAndRefusals)
 {
     // "+text" and "qS,N" queue bytes; "wS,N" writes a slice of "0123456789"; "rN[/T]" reads N bytes by Read (or waiting T
     // ms); "tN" takes N out as the request does; "s", "s0" read a line; "!" ends the body; "a", "p", "e", "c": see Step.
-    const struct {
-        bool readSide;
-        LONG expectedLength;
-        const char* steps;
-        const char* results;
-    } rows[] = {
+    const std::tuple<bool, LONG, std::string, std::string> rows[] = {  // the read side or the write side, the length expected
         {true, 0, "+0123456789|r0|+abcdefghij|r1000|+xyz|r2|a|p|c", "0123456789|abcdefghij|xy|1|22|R-1"},  // no wait for more
         {true, 0, "+abc|r-1|a|w0,3|a", "<invalid>|3|<not writable>:0|3"},
         {true, 0, "+abc|+def|!|r4|r4|r4|a", "abcd|ef||-1"},
@@ -191,17 +182,17 @@ TEST(QueueStreams, CallsGiveTheirBytesCountsEndsTimeOutsLinesAndRefusals)
         {false, 0, "q-1,2|q0,0|q1,2|t0", "0|0|2|bc"},
         {false, 0, "+line\r\n|r0|r0/0|s|s0|a", "<not readable>|<not readable>|<not readable>|<not readable>|6"},
     };
-    for (const auto& row : rows) {
+    for (auto& [readSide, expectedLength, steps, expected] : rows) {
         auto read = New<CVnQueueReadStream>();
         auto write = New<CVnQueueWriteStream>();
-        read->SetExpectedLength(row.expectedLength);
-        std::string results, steps = std::string(row.steps) + "|";
-        for (size_t pos = 0, end; (end = steps.find('|', pos)) != std::string::npos; pos = end + 1) {
-            const std::string step = steps.substr(pos, end - pos);
-            const std::string result = Step(row.readSide ? static_cast<CVnQueueCustomStream*>(read.get()) : write.get(), read.get(), step);
+        read->SetExpectedLength(expectedLength);
+        std::string results;
+        for (size_t pos = 0, end = 0; end != std::string::npos; pos = end + 1) {
+            const std::string step = steps.substr(pos, (end = steps.find('|', pos)) - pos);
+            const std::string result = Step(readSide ? static_cast<CVnQueueCustomStream*>(read.get()) : write.get(), read.get(), step);
             results += step[0] == '+' || step[0] == '!' ? "" : result + "|";
         }
-        EXPECT_EQ(std::string(row.results) + "|", results) << row.steps;
+        EXPECT_EQ(expected + "|", results) << steps;
     }
 }
 
@@ -230,20 +221,6 @@ TEST(QueueStreams, ABodyFarAboveTheBoundGoesWholeInOrderBoundedOnTheReadSideAndW
     TCall writer([&] { Put(cache.get(), body); });
     EXPECT_TRUE(WaitUntil([&] { return writer.done.load(); }, 20000));
     EXPECT_TRUE(Take(cache.get()) == body);  // which also frees a writer that wrongly waits
-}
-
-TEST(ReadStream, AWaitingReaderIsWokenByDataAndByTheEndOfTheBody)
-{
-    auto stream = New<CVnQueueReadStream>();
-    for (const std::string arriving : {"late", ""}) {
-        std::string got;
-        TCall reader([&] { got = Read(stream.get(), 100, -1); });
-        ::Sleep(100);
-        EXPECT_FALSE(reader.done);
-        arriving.empty() ? stream->SetDone(true) : void(Put(stream.get(), arriving));
-        EXPECT_TRUE(reader.Join(stream.get()));
-        EXPECT_EQ(arriving, got);
-    }
 }
 
 // Plays the receive thread: writes until the stream is done, and records what the stream asks of it at its release.
@@ -305,7 +282,7 @@ TEST(InterlockedBuffer, AWaitingWriterIsFreedByRoomForAWholeChunkOrByDrain)
 
 TEST(ClientDeath, EndsMonitorWaitsAWaitingBufferWriteAndTheStreamsWaits)
 {
-    vn_test::TChild client(ClientCommand());
+    vn_test::TChild client(kClientCommand);
     ASSERT_TRUE(client.started());
     vfc::THandle event(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
     VnProcessMonitor monitor(client.pid()), unknown(0xFFFFFFF0u);  // process ids are multiples of four
@@ -326,8 +303,7 @@ TEST(ClientDeath, EndsMonitorWaitsAWaitingBufferWriteAndTheStreamsWaits)
     EXPECT_EQ(WAIT_OBJECT_0 + 1, monitor.Wait(event.get(), 10000));
     EXPECT_TRUE(full.Freed() && !full.result);
     EXPECT_TRUE(reader.Join(reading.get()) && writer.Join(writing.get()));
-    EXPECT_EQ("<broken>", got);
-    EXPECT_EQ(-1, Available(reading.get()));
-    EXPECT_EQ(kLimit, Available(writing.get()));  // what was queued stays, in the stream as in the buffer
-    EXPECT_EQ(DWORD(kLimit), full.buffer.GetSize());
+    // What was queued stays, in the write's stream as in the buffer.
+    EXPECT_EQ(std::make_tuple(std::string("<broken>"), -1L, kLimit, DWORD(kLimit)),
+              std::make_tuple(got, Available(reading.get()), Available(writing.get()), full.buffer.GetSize()));
 }

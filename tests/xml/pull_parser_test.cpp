@@ -109,11 +109,7 @@ std::string Trace(const std::string& text, const std::string& flags)
 
 TEST(PullParserEvents, EachConstructGivesItsEvents)
 {
-    const struct {
-        const char* flags;
-        std::string document;
-        std::string expected;
-    } rows[] = {
+    const std::tuple<const char*, std::string, std::string> rows[] = {  // flags, document; trace
         {"", "", "end0"}, {"T", "", "end0"}, {"", "<a/>", "<a/>1|</a>1|end0"}, {"", "<a><b>", "<a>1|<b>2|end2"},
         {"", "<a><b><c/></b><d>x</d></a>", "<a>1|<b>2|<c/>3|</c>3|</b>2|<d>2|text:x|</d>2|</a>1|end0"},
         {"", "<a/><b></b>", "<a/>1|</a>1|<b>1|</b>1|end0"}, {"T", "hello<a/>", "text:hello|<a/>1|</a>1|end0"},
@@ -156,19 +152,14 @@ TEST(PullParserEvents, EachConstructGivesItsEvents)
         {"TL", "<a>\n  <b>\n  </c>", "<a>1@1:3|text~:\n  @2:3|<b>2@2:6|text~:\n  @3:3|!expected: b@END_TAG@3:7"},
         {"L", "<a><!-- open", "<a>1@1:3|!Unexpected EOF@Illegal state@1:13"},  // inside a construct the event is 999
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << "flags '" << row.flags << "' document: " << row.document);
-        EXPECT_EQ(row.expected, Trace(row.document, row.flags));
-    }
+    for (auto& [flags, document, expected] : rows)
+        EXPECT_EQ(expected, Trace(document, flags)) << "flags '" << flags << "' document: " << document;
 }
 
 TEST(PullParserEvents, BrokenDocumentsFailWithTheirMessage)
 {
-    const struct {
-        const char* flags;
-        const char* message;  // a '*' at the end stands for any rest
-        std::vector<const char*> documents;
-    } rows[] = {
+    // Flags, the message (a '*' at the end stands for any rest), the documents that fail with it.
+    const std::tuple<const char*, std::string, std::vector<const char*>> rows[] = {
         {"", "expected: Proxy", {"<Proxy><Mode>1</Mode></DialUp>"}}, {"", "element stack empty", {"</a>", "<a/></a>"}},
         {"", "<Proxy>: invalid delimiter: t", {"<Proxy useSystemProxy=true>"}}, {"", "expected: '=' actual: '>'", {"<a b>"}},
         {"", "Duplicate Attribute: k", {"<a k='1' j='2' k='3'/>"}}, {"R", "Duplicate Attribute: k", {"<a k='1' k='1'/>"}},
@@ -197,15 +188,13 @@ TEST(PullParserEvents, BrokenDocumentsFailWithTheirMessage)
         {"", "illegal standalone value: maybe", {"<?xml version='1.0' standalone='maybe'?><a/>"}},
         {"", "illegal xmldecl", {"<?xml version='1.0' standalone='no' encoding='UTF-8'?><a/>", "<?xml version='1.0' extra='1'?><a/>"}},
     };
-    for (const auto& row : rows) {
-        for (const char* document : row.documents) {
-            SCOPED_TRACE(testing::Message() << "flags '" << row.flags << "' document: " << document);
-            std::string failure = Trace(document, row.flags);
+    for (auto& [flags, message, documents] : rows)
+        for (const char* document : documents) {
+            std::string failure = Trace(document, flags);
             failure.erase(0, failure.find('!') + 1);
-            const std::string message = row.message;
-            EXPECT_EQ(message, message.back() == '*' ? failure.substr(0, message.size() - 1) + "*" : failure);
+            EXPECT_EQ(message, message.back() == '*' ? failure.substr(0, message.size() - 1) + "*" : failure)
+                << "flags '" << flags << "' document: " << document;
         }
-    }
 }
 
 TEST(PullParserCalls, LookupsByNameReplacementTextsAndAnUnknownFeature)

@@ -32,7 +32,7 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 }
 
 // Exported as CredUIPromptForCredentialsW (credui.def), apart from wincred.h's declaration.
-extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR target, PCtxtHandle context, DWORD,
+extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR target, PCtxtHandle, DWORD,
                                                     PWSTR userName, ULONG userNameChars, PWSTR password,
                                                     ULONG passwordChars, BOOL* save, DWORD flags)
 {
@@ -45,10 +45,8 @@ extern "C" DWORD WINAPI StandinPromptForCredentialsW(PCREDUI_INFOW info, PCWSTR 
     st::WriteText(L"Target", target ? target : L"");
     st::WriteText(L"Message", info && info->pszMessageText ? info->pszMessageText : L"");
     st::WriteText(L"Caption", info && info->pszCaptionText ? info->pszCaptionText : L"");
-    const std::pair<const wchar_t*, DWORD> asked[] = {
-        {L"InfoSize", info ? info->cbSize : 0}, {L"Flags", flags}, {L"LoginChars", userNameChars},
-        {L"TickIn", save ? static_cast<DWORD>(*save) : 0xFFFFFFFFu}, {L"PasswordChars", passwordChars},
-        {L"Context", context ? 1u : 0u}};
+    const std::pair<const wchar_t*, DWORD> asked[] = {{L"Flags", flags}, {L"LoginChars", userNameChars},
+        {L"TickIn", save ? static_cast<DWORD>(*save) : 0xFFFFFFFFu}, {L"PasswordChars", passwordChars}};
     for (const auto& value : asked)
         st::WriteDword(value.first, value.second);
     ::ReleaseSRWLockExclusive(&g_journal);

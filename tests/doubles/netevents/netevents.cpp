@@ -2,6 +2,7 @@
 
 #include <objbase.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -24,22 +25,38 @@ using vn_netevents::kKey;
     VN_NOTIMPL(GetIDsOfNames, REFIID, LPOLESTR*, UINT, LCID, DISPID*)                                              \
     VN_NOTIMPL(Invoke, DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*)
 
-template <typename D, typename... I>
-struct TObject : vfc::TComObject<D, I...> {
-    static constexpr bool LocksModule = false;
-};
-
 // The texts here are ASCII.
 std::string Narrow(const wchar_t* text) { return text ? std::string(text, text + ::lstrlenW(text)) : ""; }
 
-// What the stand-ins were given, in the process that made them.
-struct TStored {
-    std::string method, row;
-    std::wstring id;
-    vfc::TComPtr<IUnknown> subscriber;
+struct TSubscription : vfc::TComObject<TSubscription, IEventSubscription> {
+    STDMETHODIMP put_SubscriptionID(BSTR text) override { return m_id = Narrow(text), S_OK; }
+    STDMETHODIMP put_SubscriptionName(BSTR text) override { return m_name = Narrow(text), S_OK; }
+    STDMETHODIMP put_EventClassID(BSTR text) override { return m_eventClass = Narrow(text), S_OK; }
+    STDMETHODIMP put_MethodName(BSTR text) override { return m_method = Narrow(text), S_OK; }
+    STDMETHODIMP put_SubscriberInterface(IUnknown* subscriber) override { return m_subscriber = subscriber, S_OK; }
+    STDMETHODIMP put_PerUser(BOOL perUser) override { return m_perUser = perUser, S_OK; }
+    VN_NODISPATCH
+    VN_NOTIMPL(get_SubscriptionID, BSTR*) VN_NOTIMPL(get_SubscriptionName, BSTR*) VN_NOTIMPL(get_PublisherID, BSTR*)
+    VN_NOTIMPL(put_PublisherID, BSTR) VN_NOTIMPL(get_EventClassID, BSTR*) VN_NOTIMPL(get_MethodName, BSTR*)
+    VN_NOTIMPL(get_SubscriberCLSID, BSTR*) VN_NOTIMPL(put_SubscriberCLSID, BSTR)
+    VN_NOTIMPL(get_SubscriberInterface, IUnknown**) VN_NOTIMPL(get_PerUser, BOOL*) VN_NOTIMPL(get_OwnerSID, BSTR*)
+    VN_NOTIMPL(put_OwnerSID, BSTR) VN_NOTIMPL(get_Enabled, BOOL*) VN_NOTIMPL(put_Enabled, BOOL)
+    VN_NOTIMPL(get_Description, BSTR*) VN_NOTIMPL(put_Description, BSTR) VN_NOTIMPL(get_MachineName, BSTR*)
+    VN_NOTIMPL(put_MachineName, BSTR) VN_NOTIMPL(GetPublisherProperty, BSTR, VARIANT*)
+    VN_NOTIMPL(PutPublisherProperty, BSTR, VARIANT*) VN_NOTIMPL(RemovePublisherProperty, BSTR)
+    VN_NOTIMPL(GetPublisherPropertyCollection, IEventObjectCollection**)
+    VN_NOTIMPL(GetSubscriberProperty, BSTR, VARIANT*) VN_NOTIMPL(PutSubscriberProperty, BSTR, VARIANT*)
+    VN_NOTIMPL(RemoveSubscriberProperty, BSTR) VN_NOTIMPL(GetSubscriberPropertyCollection, IEventObjectCollection**)
+    VN_NOTIMPL(get_InterfaceID, BSTR*) VN_NOTIMPL(put_InterfaceID, BSTR)
+
+    std::string m_progId, m_id, m_name, m_eventClass, m_method;  // the prog id is the one it is stored under
+    vfc::TComPtr<IUnknown> m_subscriber;
+    BOOL m_perUser = FALSE;
 };
+
+// What the stand-ins were given, in the process that made them.
 vfc::TCriticalSection g_cs;
-std::vector<TStored> g_subscriptions;
+std::vector<vfc::TComPtr<TSubscription>> g_subscriptions;
 std::vector<std::string> g_queries;
 vfc::TComPtr<IWbemObjectSink> g_wmiSink;
 
@@ -47,8 +64,9 @@ vfc::TComPtr<IWbemObjectSink> g_wmiSink;
 void Publish()
 {
     std::vector<std::string> rows;
-    for (const TStored& stored : g_subscriptions)
-        rows.push_back(stored.row);
+    for (const auto& s : g_subscriptions)
+        rows.push_back(s->m_progId + "|" + s->m_id + "|" + s->m_name + "|" + s->m_method + "|" + s->m_eventClass + "|" +
+                       std::to_string(s->m_perUser));
     vn_standin::WriteList(kKey, "Subscriptions", rows);
     vn_standin::WriteList(kKey, "Queries", g_queries);
 }
@@ -58,14 +76,13 @@ HRESULT Fire(const std::vector<std::string>& request)
     std::vector<vfc::TComPtr<IUnknown>> subscribers;
     {
         vfc::TLock lock(g_cs);
-        for (const TStored& stored : g_subscriptions)
-            if (stored.method == request[0])
-                subscribers.push_back(stored.subscriber);
+        for (const auto& s : g_subscriptions)
+            if (s->m_method == request[0])
+                subscribers.push_back(s->m_subscriber);
     }
-    const std::string name = request.size() > 1 ? request[1] : "";
-    const vfc::TBstr connection(std::wstring(name.begin(), name.end()));
+    const vfc::TBstr connection(std::wstring(request[1].begin(), request[1].end()));  // a SENS event is three words
     const BSTR c = connection.get();
-    const ULONG type = request.size() > 2 ? std::strtoul(request[2].c_str(), nullptr, 10) : 0;
+    const ULONG type = std::strtoul(request[2].c_str(), nullptr, 10);
     SENS_QOCINFO qoc = {sizeof qoc, 0, 0, 0};
     HRESULT hr = 0x00040202;  // EVENT_S_NOSUBSCRIBERS
     for (const auto& subscriber : subscribers) {
@@ -85,7 +102,7 @@ HRESULT Fire(const std::vector<std::string>& request)
 }
 
 // An event object of WMI that knows only its class.
-struct TEvent : TObject<TEvent, IWbemClassObject> {
+struct TEvent : vfc::TComObject<TEvent, IWbemClassObject> {
     explicit TEvent(const std::string& name) : m_class(name.begin(), name.end()) {}
     STDMETHODIMP Get(LPCWSTR name, LONG, VARIANT* value, CIMTYPE*, LONG*) override
     {
@@ -142,67 +159,35 @@ DWORD WINAPI Raiser(LPVOID)
     return 0;
 }
 
-struct TSubscription : TObject<TSubscription, IEventSubscription> {
-    STDMETHODIMP put_SubscriptionID(BSTR text) override { return Keep(m_id, text); }
-    STDMETHODIMP put_SubscriptionName(BSTR text) override { return Keep(m_name, text); }
-    STDMETHODIMP put_EventClassID(BSTR text) override { return Keep(m_eventClass, text); }
-    STDMETHODIMP put_MethodName(BSTR text) override { return Keep(m_method, text); }
-    STDMETHODIMP put_SubscriberInterface(IUnknown* subscriber) override { return m_subscriber = subscriber, S_OK; }
-    STDMETHODIMP put_PerUser(BOOL perUser) override { return m_perUser = perUser, S_OK; }
-    HRESULT Keep(std::wstring& field, BSTR text) { return field = text ? text : L"", S_OK; }
-    VN_NODISPATCH
-    VN_NOTIMPL(get_SubscriptionID, BSTR*) VN_NOTIMPL(get_SubscriptionName, BSTR*) VN_NOTIMPL(get_PublisherID, BSTR*)
-    VN_NOTIMPL(put_PublisherID, BSTR) VN_NOTIMPL(get_EventClassID, BSTR*) VN_NOTIMPL(get_MethodName, BSTR*)
-    VN_NOTIMPL(get_SubscriberCLSID, BSTR*) VN_NOTIMPL(put_SubscriberCLSID, BSTR)
-    VN_NOTIMPL(get_SubscriberInterface, IUnknown**) VN_NOTIMPL(get_PerUser, BOOL*) VN_NOTIMPL(get_OwnerSID, BSTR*)
-    VN_NOTIMPL(put_OwnerSID, BSTR) VN_NOTIMPL(get_Enabled, BOOL*) VN_NOTIMPL(put_Enabled, BOOL)
-    VN_NOTIMPL(get_Description, BSTR*) VN_NOTIMPL(put_Description, BSTR) VN_NOTIMPL(get_MachineName, BSTR*)
-    VN_NOTIMPL(put_MachineName, BSTR) VN_NOTIMPL(GetPublisherProperty, BSTR, VARIANT*)
-    VN_NOTIMPL(PutPublisherProperty, BSTR, VARIANT*) VN_NOTIMPL(RemovePublisherProperty, BSTR)
-    VN_NOTIMPL(GetPublisherPropertyCollection, IEventObjectCollection**)
-    VN_NOTIMPL(GetSubscriberProperty, BSTR, VARIANT*) VN_NOTIMPL(PutSubscriberProperty, BSTR, VARIANT*)
-    VN_NOTIMPL(RemoveSubscriberProperty, BSTR) VN_NOTIMPL(GetSubscriberPropertyCollection, IEventObjectCollection**)
-    VN_NOTIMPL(get_InterfaceID, BSTR*) VN_NOTIMPL(put_InterfaceID, BSTR)
-
-    std::wstring m_id, m_name, m_eventClass, m_method;
-    vfc::TComPtr<IUnknown> m_subscriber;
-    BOOL m_perUser = FALSE;
-};
-
-struct TEventSystem : TObject<TEventSystem, IEventSystem> {
+struct TEventSystem : vfc::TComObject<TEventSystem, IEventSystem> {
     // A subscription of the same id replaces the stored one.
     STDMETHODIMP Store(BSTR progId, IUnknown* object) override
     {
         auto* s = dynamic_cast<TSubscription*>(object);
         if (!s)
             return E_INVALIDARG;
-        std::string row = Narrow(progId);
-        for (const std::wstring* field : {&s->m_id, &s->m_name, &s->m_method, &s->m_eventClass})
-            row += "|" + Narrow(field->c_str());
         vfc::TLock lock(g_cs);
         Remove(s->m_id);
-        g_subscriptions.push_back({Narrow(s->m_method.c_str()), row + "|" + std::to_string(s->m_perUser), s->m_id, s->m_subscriber});
+        s->m_progId = Narrow(progId);
+        g_subscriptions.emplace_back(s);
         Publish();
         return S_OK;
     }
     // Only the criteria "SubscriptionID=<id>" are understood.
-    STDMETHODIMP Remove(BSTR progId, BSTR criteria, int* errorIndex) override
+    STDMETHODIMP Remove(BSTR progId, BSTR criteria, int*) override
     {
         const std::wstring text(criteria ? criteria : L""), prefix(L"SubscriptionID=");
-        if (errorIndex)
-            *errorIndex = 0;
         if (::lstrcmpW(progId, vn_events::kProgIdEventSubscription) != 0 || text.compare(0, prefix.size(), prefix) != 0)
             return E_INVALIDARG;
         vfc::TLock lock(g_cs);
-        Remove(text.substr(prefix.size()));
+        Remove(Narrow(text.substr(prefix.size()).c_str()));
         Publish();
         return S_OK;
     }
-    static void Remove(const std::wstring& id)
+    static void Remove(const std::string& id)
     {
-        for (auto it = g_subscriptions.begin(); it != g_subscriptions.end(); ++it)
-            if (it->id == id)
-                return void(g_subscriptions.erase(it));
+        g_subscriptions.erase(std::remove_if(g_subscriptions.begin(), g_subscriptions.end(), [&](auto& s) { return s->m_id == id; }),
+                              g_subscriptions.end());
     }
     VN_NODISPATCH
     VN_NOTIMPL(Query, BSTR, BSTR, int*, IUnknown**) VN_NOTIMPL(get_EventObjectChangeEventClassID, BSTR*)
@@ -212,7 +197,7 @@ struct TEventSystem : TObject<TEventSystem, IEventSystem> {
 // WMI in one object: the locator, the namespace it connects to, and the
 // unsecured apartment, whose stub is the object itself since in one process
 // there is nothing to secure.
-struct TWmi : TObject<TWmi, IWbemLocator, IWbemServices, IClientSecurity, IUnsecuredApartment> {
+struct TWmi : vfc::TComObject<TWmi, IWbemLocator, IWbemServices, IClientSecurity, IUnsecuredApartment> {
     STDMETHODIMP ConnectServer(const BSTR resource, const BSTR, const BSTR, const BSTR, LONG, const BSTR, IWbemContext*,
                                IWbemServices** services) override
     {
@@ -245,9 +230,8 @@ struct TWmi : TObject<TWmi, IWbemLocator, IWbemServices, IClientSecurity, IUnsec
     }
     STDMETHODIMP SetBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD, void*, DWORD) override { return S_OK; }
     VN_NOTIMPL(QueryBlanket, IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**, DWORD*)
-    VN_NOTIMPL(CopyProxy, IUnknown*, IUnknown**)
+    VN_NOTIMPL(CopyProxy, IUnknown*, IUnknown**) VN_NOTIMPL(QueryObjectSink, LONG, IWbemObjectSink**)
     VN_NOTIMPL(OpenNamespace, const BSTR, LONG, IWbemContext*, IWbemServices**, IWbemCallResult**)
-    VN_NOTIMPL(QueryObjectSink, LONG, IWbemObjectSink**)
     VN_NOTIMPL(GetObject, const BSTR, LONG, IWbemContext*, IWbemClassObject**, IWbemCallResult**)
     VN_NOTIMPL(GetObjectAsync, const BSTR, LONG, IWbemContext*, IWbemObjectSink*)
     VN_NOTIMPL(PutClass, IWbemClassObject*, LONG, IWbemContext*, IWbemCallResult**)
@@ -281,7 +265,7 @@ HRESULT Create(REFIID iid, void** ppv)
 }
 
 template <typename T>
-struct TFactory : TObject<TFactory<T>, IClassFactory> {
+struct TFactory : vfc::TComObject<TFactory<T>, IClassFactory> {
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
         return outer ? CLASS_E_NOAGGREGATION : Create<T>(iid, ppv);

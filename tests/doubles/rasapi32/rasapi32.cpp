@@ -3,7 +3,7 @@
 // "Connected" (MULTI_SZ), the phone book and the connections in order; what
 // RasDialA answers ("DialError"), the state a connection reports ("ConnState"),
 // whether all handles died ("DeadHandles"), status queries that still find a
-// hung-up connection ("HangUpPolls"), and "NoErrorText" (all DWORD). A handle
+// hung-up connection ("HangUpPolls"), all DWORD. A handle
 // comes from the entry's place in the phone book: it outlives each load.
 #include <windows.h>
 
@@ -105,7 +105,6 @@ extern "C" DWORD WINAPI RasEnumConnectionsA(TRasConn* connections, LPDWORD cb, L
     return Enumerate("RasEnumConnectionsA", connections, cb, count, Connected(), [](TRasConn& connection, const std::string& name) {
         connection.hrasconn = HandleOf(name);
         lstrcpynA(connection.szEntryName, name.c_str(), sizeof connection.szEntryName);
-        lstrcpynA(connection.szDeviceType, "modem", sizeof connection.szDeviceType);
     });
 }
 
@@ -184,7 +183,7 @@ extern "C" DWORD WINAPI RasHangUpA(TRasConnHandle handle)
 
 extern "C" DWORD WINAPI RasGetErrorStringA(UINT error, LPSTR text, DWORD size)
 {
-    if (vn_standin::ReadDword(kRasKey, "NoErrorText", 0) || !text || size == 0)
+    if (!text || size == 0)
         return ERROR_INVALID_PARAMETER;
     std::snprintf(text, size, "Stand-in dial error %u", error);
     return 0;

@@ -28,8 +28,6 @@ extern "C" BOOL WINAPI RasPhonebookDlgA(LPCSTR, LPCSTR, vn_ras::TRasPhonebookDlg
             connected.push_back(dialled);
             vn_standin::WriteList(vn_standin::kRasKey, "Connected", connected);
         }
-    } else if (info) {
-        info->dwError = vn_ras::kErrorInvalidSize;
     }
     char entry[96];
     std::snprintf(entry, sizeof entry, "RasPhonebookDlgA(%lu,%llx)=%d", info ? static_cast<unsigned long>(info->dwSize) : 0ul,

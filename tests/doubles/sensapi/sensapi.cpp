@@ -1,6 +1,6 @@
 // Stand-in for the platform's Sensapi.dll; Wine's IsNetworkAlive always says
 // "alive, LAN". This one answers from HKCU\Software\VnLinkhostTest\Sensapi:
-// "Alive" (DWORD, absent: TRUE) and "Flags" (DWORD, 1 LAN, 2 WAN; absent: 1).
+// "Alive" (DWORD, absent: TRUE) and "Flags" (DWORD, 1 LAN, 2 WAN; absent: 1). The system asks nothing else of it.
 #include <windows.h>
 
 #include <string>
@@ -23,7 +23,3 @@ extern "C" BOOL WINAPI IsNetworkAlive(LPDWORD flags)
     vn_standin::Journal(kSensapiKey, "IsNetworkAlive=" + std::to_string(alive) + "," + std::to_string(given));
     return alive;
 }
-
-// The platform's two other entry points; nothing in the system calls them.
-extern "C" BOOL WINAPI IsDestinationReachableA(LPCSTR, void*) { return FALSE; }
-extern "C" BOOL WINAPI IsDestinationReachableW(LPCWSTR, void*) { return FALSE; }

@@ -69,11 +69,7 @@ public:
         HRESULT hr = outer ? CLASS_E_NOAGGREGATION : vfc::CreateInto(plugin);
         return SUCCEEDED(hr) ? plugin->QueryInterface(iid, ppv) : hr;
     }
-    STDMETHODIMP LockServer(BOOL lock) override
-    {
-        lock ? vfc::ModuleLock() : vfc::ModuleUnlock();
-        return S_OK;
-    }
+    STDMETHODIMP LockServer(BOOL) override { return S_OK; }  // the server never locks a plug-in's factory
 };
 
 }  // namespace
