@@ -59,8 +59,9 @@ TEST(RequestHead, IsCollectedFromReadsThatBeginWithAMethod)
         EXPECT_EQ(c.result, result) << c.reads[0];
         EXPECT_EQ(c.head, head.m_strHead) << c.reads[0];
         EXPECT_EQ(c.fragment, std::string(head.m_bodyFragment.begin(), head.m_bodyFragment.end())) << c.reads[0];
-        if (c.result == 0)
+        if (c.result == 0) {
             EXPECT_EQ(c.fragment.size(), head.m_bodyReceived) << c.reads[0];
+        }
     }
 }
 
