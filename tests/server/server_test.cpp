@@ -88,7 +88,7 @@ protected:
     static void TearDownTestSuite()
     {
         UnregisterTestPlugin();
-        for (const char* value : {"SinkAnswer", "Events"})
+        for (const char* value : {"SinkAnswer", "Events", "Published"})
             RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, value);
     }
     void TearDown() override  // ends a server that the test left running
@@ -146,6 +146,31 @@ TEST_F(Server, ServesAllItsClientsWithItsPluginsLingersAndEndsWithItsLastClientA
     host.reset();
     EXPECT_TRUE(server.WaitGone(5000));
     EXPECT_EQ(0u, server.ExitCode());
+}
+
+// A plug-in ahead of the test plug-in in the category: when it fails, the
+// ones behind it are not loaded; when it publishes the same extension id
+// first, the test plug-in's publication is refused with 0x80070057.
+TEST_F(Server, ABrokenPluginStopsTheOnesBehindItAndASecondPublisherOfAnIdIsRefused)
+{
+    RegisterTestPlugin(kFirstPluginKey);
+    for (const char* second : {"fail", "same"}) {
+        SCOPED_TRACE(second);
+        vn_standin::WriteText(kVnTestKey, "Second", std::string(second));
+        vn_standin::WriteText(kVnTestKey, "Published", std::string("none"));
+        const size_t log = LogSize();
+        auto host = CreateRoot();
+        ASSERT_TRUE(host);
+        const bool broken = second[0] == 'f';
+        EXPECT_EQ(broken ? 0 : 1, CountLogLinesSince(log, "[TestPlugin]  initialised"));
+        EXPECT_EQ(broken ? 1 : 0, CountLogLinesSince(log, "pVnLinkhostPlugin->Initialize(pVnLinkhost) failed."));
+        EXPECT_EQ(broken ? "none" : "80070057", vn_standin::ReadText(kVnTestKey, "Published"));
+        vfc::TComPtr<IUnknown> extension;
+        EXPECT_EQ(broken ? E_POINTER : S_OK, host->GetExtensionInterface(&IID_VnTestExtension, extension.put()));
+        EXPECT_TRUE(ShutDownServer(host));
+    }
+    UnregisterTestPlugin(kFirstPluginKey);
+    RegDeleteKeyValueA(HKEY_CURRENT_USER, kVnTestKey, "Second");
 }
 
 TEST_F(Server, SavedSettingsAreReadByTheNextServerProcessAndUnsavedOnesAreLost)

@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <ole2.h>
 
+#include <cstdio>
 #include <string>
 
 #include "tests/doubles/rasapi32/standin_registry.h"
@@ -16,6 +17,7 @@ namespace {
 // The plug-in, which lives on as the sink and the extension it registers.
 class Plugin : public vfc::TComObject<Plugin, IVnLinkhostPlugin, IVnLinkhostEventSink> {
 public:
+    bool m_first = false;  // the second plug-in of this DLL, which comes first
     void* QueryInterfaceExtra(REFIID iid)
     {
         return iid == IID_VnTestExtension ? static_cast<IVnLinkhostEventSink*>(this) : nullptr;
@@ -26,8 +28,20 @@ public:
         HRESULT hr = host->QueryInterface(IID_IVnLinkhostExtendable, extendable.put_void());
         if (FAILED(hr))
             return hr;
+        auto publish = [&] {  // the answer goes to "Published", in hex
+            char answer[16];
+            std::snprintf(answer, sizeof answer, "%08lX", static_cast<unsigned long>(extendable->AddExtensionInterface(
+                                                              &IID_VnTestExtension, static_cast<IVnLinkhostEventSink*>(this))));
+            vn_standin::WriteText(kVnTestKey, "Published", std::string(answer));
+        };
+        if (m_first) {
+            const std::string second = vn_standin::ReadText(kVnTestKey, "Second");
+            if (second == "same")
+                publish();
+            return second == "fail" ? E_FAIL : S_OK;
+        }
         extendable->AddEventSink(this);
-        extendable->AddExtensionInterface(&IID_VnTestExtension, static_cast<IVnLinkhostEventSink*>(this));
+        publish();
         vfc::TComPtr<TRecordingPage> page;
         if (SUCCEEDED(vfc::CreateInto(page))) {
             page->title = L"Testseite";
@@ -63,10 +77,13 @@ public:
 
 class Factory : public vfc::TComObject<Factory, IClassFactory> {
 public:
+    bool m_first = false;
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
         vfc::TComPtr<Plugin> plugin;
         HRESULT hr = outer ? CLASS_E_NOAGGREGATION : vfc::CreateInto(plugin);
+        if (SUCCEEDED(hr))
+            plugin->m_first = m_first;
         return SUCCEEDED(hr) ? plugin->QueryInterface(iid, ppv) : hr;
     }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }  // the server never locks a plug-in's factory
@@ -77,7 +94,10 @@ public:
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
 {
     vfc::TComPtr<Factory> factory;
-    HRESULT hr = clsid == CLSID_VnTestPlugin ? vfc::CreateInto(factory) : CLASS_E_CLASSNOTAVAILABLE;
+    const bool known = clsid == CLSID_VnTestPlugin || clsid == CLSID_VnTestPluginFirst;
+    HRESULT hr = known ? vfc::CreateInto(factory) : CLASS_E_CLASSNOTAVAILABLE;
+    if (SUCCEEDED(hr))
+        factory->m_first = clsid == CLSID_VnTestPluginFirst;
     return SUCCEEDED(hr) ? factory->QueryInterface(iid, ppv) : hr;
 }
 
