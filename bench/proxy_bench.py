@@ -1,56 +1,118 @@
 #!/usr/bin/env python3
-"""The local proxy against tinyproxy, side by side in one run: the same curl, the same origin, the
-same bodies, rounds alternating between the two, medians with the first round left out.
+"""The local proxy side by side with tinyproxy and with the platform's own internet client, in one run:
+the same origin, the same bodies, rounds alternating between them, medians with the first round left out;
+then the server's memory at rest, with 63 clients streaming and after 10,000 requests.
 Run under scripts/with-servers: proxy_bench.py <bin-dir> <MiB> <rounds>."""
+import glob
 import os
+import re
 import statistics
 import subprocess
 import sys
 import tempfile
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "common"))
+from local_proxy_holder import ENV, ORIGIN, Holder, ready  # noqa: E402
 
 BIN, MIB, ROUNDS = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
-ENV = dict(os.environ, WINEARCH="win64", WINEDEBUG="-all")
-ENV.pop("DISPLAY", None)
-WORDS = {v: dict(w.split("=", 1) for w in os.environ[v].split()[1:]) for v in ("VN_ORIGIN", "VN_PROXY")}
-ORIGIN = "http://127.0.0.1:%s" % WORDS["VN_ORIGIN"]["http"]
-SMALL = 200  # small GETs on one kept-alive connection per round
+TINYPROXY = "http://127.0.0.1:" + ready("VN_PROXY")["port"]
+SMALL = ORIGIN + "/bytes?n=100"
+SECONDS = 5  # of each small-request run
+WRK_SCRIPT = 'wrk.path = "%s"\nwrk.headers["Host"] = "%s"\n' % (SMALL, ORIGIN[7:])
 
 
-def curl(proxy, urls, *args):
-    """Seconds that curl took for the URLs, one after the other on one connection, bodies dropped."""
-    dropped = [a for url in urls for a in ("-o", os.devnull, url)]
-    done = subprocess.run(["curl", "-sS", "--fail", "-x", proxy, "-w", "%{time_total} "] + list(args) + dropped,
-                          capture_output=True, text=True, timeout=900, check=True)
-    return sum(float(t) for t in done.stdout.split())
+def curl(proxy, url, *args):
+    """MiB/s of one transfer through the proxy, the body dropped."""
+    done = subprocess.run(["curl", "-sS", "--fail", "-x", proxy, "-o", os.devnull, "-w", "%{time_total}"] +
+                          list(args) + [url], capture_output=True, text=True, timeout=900, check=True)
+    return MIB / float(done.stdout)
 
 
-def measure(proxy, upload):
-    n = MIB << 20
-    down = curl(proxy, ["%s/bytes?n=%d&mode=length" % (ORIGIN, n)])
-    up = curl(proxy, ["%s/upload" % ORIGIN], "-T", upload)
-    small = curl(proxy, ["%s/bytes?n=100&seed=%d" % (ORIGIN, i) for i in range(SMALL)])
-    return {"download MiB/s": MIB / down, "upload MiB/s": MIB / up, "small GETs/s": SMALL / small}
+def wrk(proxy, script, seconds=SECONDS):
+    """Requests a second and their number: 32 kept-alive connections asking the proxy for small bodies."""
+    out = subprocess.run(["wrk", "-t2", "-c32", "-d%ds" % seconds, "-s", script, proxy], capture_output=True,
+                         text=True, timeout=seconds + 60, check=True).stdout
+    return float(re.search(r"Requests/sec:\s+([\d.]+)", out).group(1)), int(re.search(r"(\d+) requests in", out)[1])
+
+
+def raw(*args):
+    """The number the platform's client printed: pre-flight and request pairs a second, or MiB/s."""
+    out = subprocess.run(["wine", os.path.join(BIN, "bench_raw_wininet.exe")] + [str(a) for a in args], env=ENV,
+                         capture_output=True, text=True, timeout=900, check=True).stdout
+    return float(out.split()[1])
+
+
+def server_kib():
+    """Resident memory of this prefix's server process, in KiB."""
+    for environ in glob.glob("/proc/[0-9]*/environ"):
+        try:
+            cmdline = open(environ[:-7] + "cmdline", "rb").read()
+            if b"VnLinkhost.exe" in cmdline and ("WINEPREFIX=" + ENV["WINEPREFIX"]).encode() + b"\0" in \
+                    open(environ, "rb").read():
+                status = open(environ[:-7] + "status").read()
+                return int(re.search(r"VmRSS:\s+(\d+)", status).group(1))
+        except OSError:
+            pass
+    raise RuntimeError("no server process in this prefix")
+
+
+def settled_kib():
+    time.sleep(3)
+    return server_kib()
+
+
+def memory(holder, script, done):
+    rest = settled_kib()
+    streams = [subprocess.Popen(["curl", "-sS", "-x", holder.url, "--limit-rate", "1M", "-o", os.devnull,
+                                 ORIGIN + "/bytes?n=%d&seed=%d" % (1 << 30, i)]) for i in range(63)]
+    streaming = 0
+    for _ in range(20):  # the peak over the ten seconds after they all began
+        time.sleep(0.5)
+        streaming = max(streaming, server_kib())
+    for stream in streams:
+        stream.terminate()
+        stream.wait()
+    while done < 10000:
+        done += wrk(holder.url, script)[1]
+    after = settled_kib()
+    bound = rest + 63 * 256
+    print("server memory: at rest %d KiB, 63 clients streaming %d KiB (bound %d KiB: %s), after %d requests %d KiB"
+          % (rest, streaming, bound, "held" if streaming <= bound else "EXCEEDED", done, after))
 
 
 def main():
-    holder = subprocess.Popen(["wine", os.path.join(BIN, "local_proxy.exe"), "--set", "proxy/useSystemProxy=false",
-                               "--set", "proxy/mode=0", "--set", "dialup/useSystemConnection=false",
-                               "--set", "dialup/mode=0"], env=ENV, text=True, errors="replace", stdin=subprocess.PIPE,
-                              stdout=subprocess.PIPE)
-    port = next(line.split(": ")[1].strip() for line in holder.stdout if line.startswith("LocalPort: "))
-    proxies = {"local proxy": "http://127.0.0.1:" + port, "tinyproxy": "http://127.0.0.1:" + WORDS["VN_PROXY"]["port"]}
-    results = {name: [] for name in proxies}
-    with tempfile.NamedTemporaryFile() as upload:
+    holder = Holder(BIN, seconds=7200)
+    proxies = {"local proxy": holder.url, "tinyproxy": TINYPROXY}
+    rows = {}
+
+    def add(metric, name, value):
+        rows.setdefault(metric, {}).setdefault(name, []).append(value)
+
+    done = 0
+    with tempfile.NamedTemporaryFile() as upload, tempfile.NamedTemporaryFile("w", suffix=".lua") as script:
         upload.write(os.urandom(MIB << 20))
         upload.flush()
+        script.write(WRK_SCRIPT)
+        script.flush()
+        body = ORIGIN + "/bytes?n=%d&mode=length" % (MIB << 20)
         for _ in range(ROUNDS + 1):
             for name, proxy in proxies.items():
-                results[name].append(measure(proxy, upload.name))
-    holder.communicate("stop\n", timeout=120)
-    print("%d MiB bodies, %d small GETs, medians of %d rounds (first left out)" % (MIB, SMALL, ROUNDS))
-    for metric in results["local proxy"][0]:
-        ours, theirs = (statistics.median(r[metric] for r in results[name][1:]) for name in proxies)
-        print("%-15s local proxy %9.1f   tinyproxy %9.1f   ratio %.2f" % (metric, ours, theirs, ours / theirs))
+                rate, count = wrk(proxy, script.name)
+                done += count if proxy == holder.url else 0
+                add("small requests/s, 32 clients", name, rate)
+                add("download MiB/s", name, curl(proxy, body))
+                add("upload MiB/s", name, curl(proxy, ORIGIN + "/upload", "-T", upload.name))
+            add("small requests/s, 32 clients", "raw WinInet", raw("pairs", SMALL, 32, SECONDS))
+            add("download MiB/s", "raw WinInet", raw("body", body, 4096))
+        memory(holder, script.name, done)
+    holder.stop()
+    print("%d MiB bodies, %d s of small requests, medians of %d rounds (first left out)" % (MIB, SECONDS, ROUNDS))
+    for metric, by_name in rows.items():
+        medians = {name: statistics.median(values[1:]) for name, values in by_name.items()}
+        ours = medians.pop("local proxy")
+        print("%-29s local proxy %8.1f" % (metric, ours) +
+              "".join("   %s %8.1f (ratio %.2f)" % (name, v, ours / v) for name, v in medians.items()))
 
 
 main()
