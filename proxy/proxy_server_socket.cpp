@@ -19,6 +19,7 @@ CVnProxyServerSocket::~CVnProxyServerSocket()
 
 void CVnProxyServerSocket::Stop()
 {
+    m_bStopping = true;
     // A new registration also clears the events recorded so far.
     ::WSAEventSelect(m_pSocket->GetSocket(), m_hEvent.get(), FD_CLOSE);
     ::WSASetEvent(m_hEvent.get());

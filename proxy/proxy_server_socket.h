@@ -5,6 +5,7 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <atomic>
 #include <memory>
 
 #include "proxy/sockets/sockets.h"
@@ -27,6 +28,9 @@ public:
     // Leaves only the close registered and wakes the listener thread, which
     // then finds no network event and ends.
     void Stop();
+    // Whether Stop was called: only then does a wake-up without a network
+    // event mean the end.
+    bool IsStopping() const { return m_bStopping; }
     WSAEVENT GetEvent() const { return m_hEvent.get(); }
     unsigned short GetPort() const { return static_cast<unsigned short>(m_port); }
     SOCKET GetSocket() const { return m_pSocket->GetSocket(); }
@@ -36,4 +40,5 @@ private:
     DWORD m_port;
     vfc::TWsaEvent m_hEvent;
     WSANETWORKEVENTS m_networkEvents = {};
+    std::atomic<bool> m_bStopping{false};
 };

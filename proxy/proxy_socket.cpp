@@ -21,6 +21,13 @@ CVnProxySocket::CVnProxySocket(std::unique_ptr<CSocket> socket, const CConfigDat
     _newRequest();
 }
 
+bool CVnProxySocket::HasLeft() const
+{
+    char byte = 0;
+    const int got = ::recv(m_pSocket->GetSocket(), &byte, 1, MSG_PEEK);
+    return got == 0 || (got == SOCKET_ERROR && ::WSAGetLastError() != WSAEWOULDBLOCK);
+}
+
 CVnProxySocket::~CVnProxySocket()
 {
     std::unique_ptr<CSocket> socket = std::move(m_pSocket);
@@ -60,11 +67,18 @@ int CVnProxySocket::GetReadEventStatus()
         ::WSAGetLastError() == WSAENOTSOCK)
         return FD_CLOSE;
     const long events = m_networkEvents.lNetworkEvents;
-    if ((events & FD_READ) && m_networkEvents.iErrorCode[FD_READ_BIT] == 0)
+    if ((events & FD_READ) && m_networkEvents.iErrorCode[FD_READ_BIT] == 0) {
+        // The record holds a close only once, so the event is raised again
+        // to bring the listener back for it.
+        if (events & FD_CLOSE) {
+            m_bCloseDeferred = true;
+            ::WSASetEvent(m_hEvent.get());
+        }
         return FD_READ;
+    }
     if ((events & FD_WRITE) && m_networkEvents.iErrorCode[FD_WRITE_BIT] == 0)
         return FD_WRITE;
-    if (events & FD_CLOSE)
+    if ((events & FD_CLOSE) || m_bCloseDeferred)
         return FD_CLOSE;
     LogLine(vn_log::kInfo, "CVnProxySocket::GetReadEventStatus", "Event == 0");
     return 0;

@@ -40,6 +40,10 @@ public:
     CVnProxySocket& operator=(const CVnProxySocket&) = delete;
 
     WSAEVENT GetEvent() const { return m_hEvent.get(); }
+    // Whether the client has already gone without a request: its close may
+    // have come while the accepted socket still shared the listener's events,
+    // and then this connection's own events never tell of it.
+    bool HasLeft() const;
     // FD_READ, FD_WRITE, FD_CLOSE or 0. A read reported together with the
     // close counts as a read.
     int GetReadEventStatus();
@@ -62,6 +66,9 @@ private:
 
     vfc::TWsaEvent m_hEvent;
     WSANETWORKEVENTS m_networkEvents = {};
+    // A close that came in one record with bytes to read: the read is served
+    // first, and the close is told at the listener's next look.
+    bool m_bCloseDeferred = false;
     std::unique_ptr<CSocket> m_pSocket;  // null while the object is destroyed
     const CConfigData* m_pConfigData;    // the proxy's
     HWND m_hWindow;

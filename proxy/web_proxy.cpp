@@ -88,10 +88,17 @@ HRESULT CVnWebProxy::_run()
             _onSocketEvent(index - WSA_WAIT_EVENT_0 - 1, monitor);
             continue;
         }
-        if (m_pServerSocket->GetEventStatus() == FD_ACCEPT) {
+        const int status = m_pServerSocket->GetEventStatus();
+        if (status == FD_ACCEPT) {
             _acceptClient(monitor);
             continue;
         }
+        // An accepted socket shares the listener's event registration until
+        // its connection object gives it its own: a client that left before
+        // that signals this event with nothing recorded on the listener.
+        // Only the destructor's wake-up ends the thread.
+        if (status == 0 && !m_pServerSocket->IsStopping())
+            continue;
         TraceLine(vn_log::kInfo, kSource, " Socket Events Were Closed From Destructor");
         break;
     }
@@ -117,6 +124,8 @@ void CVnWebProxy::_acceptClient(const VnProcessMonitor& monitor)
         LogLine(vn_log::kError, kThreadMethod, "CVnProxySocket constructor failed.");
         return;
     }
+    if (socket->HasLeft())
+        return;
     TraceLine(vn_log::kInfoStatus, kSource, "Socket Was Created", AddressOf(socket.get()));
     AddSocket(std::move(socket));
     RebuildEvents();

@@ -198,6 +198,11 @@ class SurvivesOddClients(unittest.TestCase):
                 s.shutdown(socket.SHUT_WR)
                 self.assertEqual(b"", read_to_end(s))
 
+    def test_clients_that_leave_before_they_are_accepted(self):
+        for _ in range(100):
+            socket.create_connection(("127.0.0.1", HOLDERS["direct"].port)).close()
+        self.assertStillServes()
+
     def test_a_head_split_over_many_reads(self):
         with connect(HOLDERS["direct"]) as s:
             request = get("/echo?split=1")
