@@ -63,16 +63,17 @@ def settled_kib():
 
 
 def memory(holder, script, done):
+    print("memory", file=sys.stderr, flush=True)
     rest = settled_kib()
-    streams = [subprocess.Popen(["curl", "-sS", "-x", holder.url, "--limit-rate", "1M", "-o", os.devnull,
-                                 ORIGIN + "/bytes?n=%d&seed=%d" % (1 << 30, i)]) for i in range(63)]
+    # Held back by their own rate, so that the proxy's queues fill up; a client that left would make
+    # its worker read the rest of the body first.
+    streams = [subprocess.Popen(["curl", "-sS", "--fail", "-x", holder.url, "--limit-rate", "2M", "-o", os.devnull,
+                                 ORIGIN + "/bytes?n=%d&seed=%d" % (16 << 20, i)]) for i in range(63)]
     streaming = 0
-    for _ in range(20):  # the peak over the ten seconds after they all began
-        time.sleep(0.5)
+    while any(stream.poll() is None for stream in streams):
         streaming = max(streaming, server_kib())
-    for stream in streams:
-        stream.terminate()
-        stream.wait()
+        time.sleep(0.5)
+    assert all(stream.returncode == 0 for stream in streams), "a streaming client failed"
     while done < 10000:
         done += wrk(holder.url, script)[1]
     after = settled_kib()
@@ -96,7 +97,8 @@ def main():
         script.write(WRK_SCRIPT)
         script.flush()
         body = ORIGIN + "/bytes?n=%d&mode=length" % (MIB << 20)
-        for _ in range(ROUNDS + 1):
+        for round in range(ROUNDS + 1):
+            print("round %d of %d" % (round, ROUNDS), file=sys.stderr, flush=True)
             for name, proxy in proxies.items():
                 rate, count = wrk(proxy, script.name)
                 done += count if proxy == holder.url else 0
