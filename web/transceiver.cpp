@@ -326,7 +326,7 @@ LONG CVnLinkhostWITransceiver::SendRequest(const char* headers, DWORD cbHeaders,
         return ERROR_INVALID_HANDLE;
     record->context.phHandle = &m_hRequest;
     // The platform sends from these after the call has returned.
-    record->headers = std::string(headers ? headers : "", headers ? cbHeaders : 0);
+    record->headers.assign(headers ? headers : "", headers ? cbHeaders : 0);
     const BYTE* bytes = static_cast<const BYTE*>(body);
     record->body.assign(bytes, bytes ? bytes + cbBody : bytes);
     while (!::HttpSendRequestA(m_hRequest, record->headers.c_str(), static_cast<DWORD>(record->headers.size()),
