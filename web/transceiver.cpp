@@ -266,8 +266,13 @@ LONG CVnLinkhostWITransceiver::_initConnection(bool bCloseAll, const ConnectionP
 LONG CVnLinkhostWITransceiver::SendHeadersAsync(const ConnectionParts& parts, const std::string& headers, int iRetry)
 {
     const char* const method = "CVnLinkhostWITransceiver::SendHeadersAsync";
+    m_bWholeSend = false;
     if (iRetry == 0) {
-        LONG code = _initConnection(true, parts, INTERNET_FLAG_NO_AUTO_REDIRECT);
+        // The dialogue's first request answers no challenge itself: the
+        // platform would try NTLM with the logged-on user's login, which
+        // under Wine leaves the handshake half done on a connection that goes
+        // back to its pool.
+        LONG code = _initConnection(true, parts, INTERNET_FLAG_NO_AUTO_REDIRECT | INTERNET_FLAG_NO_AUTH);
         if (code != 0) {
             LogLine(vn_log::kErrorDec, method, "_initConnection(true) failed", static_cast<int>(code));
             return code;
@@ -298,10 +303,11 @@ LONG CVnLinkhostWITransceiver::SendHeadersAsync(const ConnectionParts& parts, co
     record->buffers.lpcszHeader = record->headers.c_str();
     record->buffers.dwHeadersLength = static_cast<DWORD>(::lstrlenA(record->headers.c_str()));
 
-    // NTLM or Digest want the whole body in one send: it waits for SendRequest.
-    const bool bodyVerb = ::lstrcmpiA(parts.verb.c_str(), "POST") == 0 || ::lstrcmpiA(parts.verb.c_str(), "OPTIONS") == 0 ||
-                          ::lstrcmpiA(parts.verb.c_str(), "PUT") == 0;
-    if (bodyVerb && (!m_bProxyPlainAuth || !m_bServerPlainAuth))
+    // NTLM or Digest want the whole request in one send, since the platform
+    // answers their challenges only inside HttpSendRequest: a body waits for
+    // SendRequest, a request without one for EndSendData.
+    m_bWholeSend = !m_bProxyPlainAuth || !m_bServerPlainAuth;
+    if (m_bWholeSend)
         return 0;
 
     while (!::HttpSendRequestExA(m_hRequest, &record->buffers, nullptr, 0, ContextOf(record))) {
@@ -314,6 +320,7 @@ LONG CVnLinkhostWITransceiver::SendHeadersAsync(const ConnectionParts& parts, co
 
 LONG CVnLinkhostWITransceiver::SendRequest(const char* headers, DWORD cbHeaders, const void* body, DWORD cbBody)
 {
+    m_bWholeSend = false;
     CVnAsyncRecord* record = _beginOperation(StateSendRequest, 1);
     if (!record)
         return ERROR_INVALID_HANDLE;
@@ -354,6 +361,8 @@ LONG CVnLinkhostWITransceiver::SendData(const void* data, DWORD cb)
 
 LONG CVnLinkhostWITransceiver::EndSendData()
 {
+    if (m_bWholeSend && m_pRecord)
+        return SendRequest(m_pRecord->headers.c_str(), static_cast<DWORD>(m_pRecord->headers.size()), nullptr, 0);
     CVnAsyncRecord* record = _beginOperation(StateEndRequest, 2);
     if (!record)
         return ERROR_INVALID_HANDLE;

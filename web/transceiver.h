@@ -157,6 +157,7 @@ private:
     bool m_bAuthenticated = false;
     bool m_bProxyLoginSettled = false;
     bool m_bProxyBasic = false;  // the proxy's challenge was Basic
+    bool m_bWholeSend = false;   // the real request's headers wait for one HttpSendRequest
     HWND m_hWnd = nullptr;
     bool m_bInteractive = true;
     bool m_bSkipHeadAuth = false;

@@ -54,10 +54,21 @@ LONG CVnLinkhostWITransceiver::_sendAuthRequest(const ConnectionParts& parts, co
     m_bProxyPlainAuth = true;
     m_bServerPlainAuth = true;
 
+    ConnectionParts probe = parts;
     LONG code = 0;
     do {
         if (!bFirstPass) {
-            code = _initConnection(!bProxyPass, parts, INTERNET_FLAG_NO_AUTO_REDIRECT);
+            // A proxy pass asks on a new request handle, which has the login
+            // before its first send: under Wine NTLM works only so, and a
+            // handle that was sent keeps the Proxy-Authorization of its last
+            // attempt. NTLM wants all its legs on one connection, which Wine
+            // keeps only when the 407 has a body, as a HEAD's has not: after
+            // an NTLM or Digest challenge the proxy is asked with GET.
+            if (bProxyPass) {
+                EndReceiveDataAsync(false);
+                probe.verb = m_bSkipHeadAuth ? parts.verb : m_bProxyPlainAuth ? "HEAD" : "GET";
+            }
+            code = _initConnection(!bProxyPass, probe, INTERNET_FLAG_NO_AUTO_REDIRECT);
             if (code != 0) {
                 LogLine(vn_log::kErrorDec, kAuthMethod, "_initConnection(true) failed", static_cast<int>(code));
                 break;

@@ -1,5 +1,7 @@
 #include "integration/pipeline_fixture.h"
 
+#include <sstream>
+
 #include "vfc/text.h"
 #include "web/stream_arrays.h"
 
@@ -137,6 +139,16 @@ HRESULT Pipeline::WriteBody(IVnWebRequest* request, const std::string& bytes)
     hr = stream->Write(data, 0, static_cast<LONG>(bytes.size()), &written);
     SafeArrayDestroy(data);
     return hr;
+}
+
+std::vector<std::string> MarkedRequests(const std::string& marker, const char* variable)
+{
+    std::vector<std::string> lines;
+    std::istringstream log(ReadWholeFile(std::getenv(variable)));
+    for (std::string line; std::getline(log, line);)
+        if (line.find(marker) != std::string::npos)
+            lines.push_back(line);
+    return lines;
 }
 
 }  // namespace vn_test

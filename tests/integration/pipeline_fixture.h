@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "server/server_fixture.h"
 #include "vfc/bstr.h"
@@ -63,5 +64,19 @@ protected:
 
     static vfc::TComPtr<IVnLinkhost> s_root;
 };
+
+// The platform's keep-alive pool would hand a direct connection to a
+// proxied request of the same server process: these run in a fresh one.
+class ProxiedRequests : public Pipeline {
+protected:
+    static void SetUpTestSuite()
+    {
+        Pipeline::TearDownTestSuite();
+        Pipeline::SetUpTestSuite();
+    }
+};
+
+// The log lines, the origin server's or a squid's as `variable` names the log, that hold the marker.
+std::vector<std::string> MarkedRequests(const std::string& marker, const char* variable = "VN_ORIGIN_LOG");
 
 }  // namespace vn_test

@@ -3,26 +3,13 @@
 #include "integration/pipeline_fixture.h"
 
 #include <fstream>
-#include <sstream>
 #include <vector>
 
 #include "host/status.h"
-#include "settings/credentials_managers.h"
 #include "vfc/text.h"
 
 namespace vn_test {
 namespace {
-
-// The log lines, the origin server's or squid's, of requests that carried the marker.
-std::vector<std::string> MarkedRequests(const std::string& marker, const char* variable = "VN_ORIGIN_LOG")
-{
-    std::vector<std::string> lines;
-    std::istringstream log(ReadWholeFile(std::getenv(variable)));
-    for (std::string line; std::getline(log, line);)
-        if (line.find(marker) != std::string::npos)
-            lines.push_back(line);
-    return lines;
-}
 
 class Requests : public Pipeline {
 protected:
@@ -193,17 +180,6 @@ TEST_F(Requests, HeadersThatWouldSplitTheRequestOrReplaceItsHostAreRefused)
     }
 }
 
-// The platform's keep-alive pool would hand a direct connection to a
-// proxied request of the same server process: these run in a fresh one.
-class ProxiedRequests : public Pipeline {
-protected:
-    static void SetUpTestSuite()
-    {
-        Pipeline::TearDownTestSuite();
-        Pipeline::SetUpTestSuite();
-    }
-};
-
 TEST_F(ProxiedRequests, GoThroughTheProxyThatAScriptOrTheManualSettingsName)
 {
     const std::string port = ReadyLine("VN_PROXY")["port"];
@@ -223,77 +199,6 @@ TEST_F(ProxiedRequests, GoThroughTheProxyThatAScriptOrTheManualSettingsName)
         EXPECT_EQ(std::make_tuple(S_OK, size_t(100000), tls.digest), std::make_tuple(tls.hr, tls.body.size(), Sha256(tls.body)));
     }
     DeleteFileA(script.c_str());
-}
-
-// squid demands the Basic login VN_SQUID_AUTH (user:password); the tests write
-// it, or a wrong one, to the platform's store under the proxy's name.
-class ProxyLogins : public ProxiedRequests {
-protected:
-    void SetUp() override { ConfigureProxy(ReadyLine("VN_SQUID")["port"]); }
-    void TearDown() override { Forget(); }
-    void Forget() { CredDeleteW(vfc::Widen(proxy).c_str(), CRED_TYPE_GENERIC, 0); }
-    const std::string auth = std::getenv("VN_SQUID_AUTH"), user = auth.substr(0, auth.find(':'));
-    const std::string password = auth.substr(auth.find(':') + 1), proxy = "127.0.0.1:" + ReadyLine("VN_SQUID")["port"];
-};
-
-TEST_F(ProxyLogins, StoredLoginCarriesGetAndPostInBothModesAndAWrongOneEndsAtOnce)
-{
-    const char* const kMissing = "Background mode: cached proxy credentials are missing.";
-    const std::string body(300000, 'b');
-    // A new server process, the store's login (null: none), session flags, path, verb; the status, a line of the
-    // server's log, the requests squid sees and the status of the last.
-    const std::tuple<bool, const char*, LONG, std::string, const wchar_t*, HRESULT, const char*, size_t, const char*> cases[] = {
-        // A wrong login: the prompt that should replace it can't be shown without a display; background tries it once.
-        {false, "wrong-", 1, "/echo?", L"GET", VN_E_PROXY_LOGIN_CANCELLED, "Message: Execute failed. Error code: 80040204.", 3, "/407 "},
-        {false, "wrong-", 0, "/echo?", L"GET", E_FAIL, "Background mode: cached proxy credentials are wrong.", 3, "/407 "},
-        {true, nullptr, 0, "/echo?", L"GET", E_FAIL, kMissing, 1, "/407 "},  // nothing stored, nothing in memory
-        {false, "", 0, "/echo?", L"GET", E_FAIL, kMissing, 1, "/407 "},  // background consults this process's memory only
-        {false, "", 1, "/echo?", L"GET", S_OK, "", 4, "/200 "},          // interactive takes the login from the store
-        {false, "", 1, "/upload?", L"POST", S_OK, "", 4, "/200 "},
-        {false, "", 0, "/echo?", L"GET", S_OK, "", 4, "/200 "},
-        {false, "", 0, "/upload?", L"POST", S_OK, "", 4, "/200 "},
-        // The login sent ahead stays with the first hop; the next is answered by the platform, after a 407.
-        {false, "", 0, "/redirect?to=/echo%3F", L"GET", S_OK, "", 6, "/200 "},
-    };
-    int row = 0;
-    for (auto& [fresh, secret, flags, path, verb, expected, line, count, last] : cases) {
-        SCOPED_TRACE(testing::Message() << row + 1 << ' ' << flags << path);
-        if (fresh) {
-            Pipeline::TearDownTestSuite();
-            Pipeline::SetUpTestSuite();
-            SetUp();
-        }
-        Forget();
-        if (secret) {
-            ASSERT_TRUE(VnCredentialsManagers::WinCredCredentialsManager().StoreCredentials(
-                vfc::Widen(proxy), vfc::Widen(user), vfc::Widen(secret + password)));
-        }
-        const size_t log = LogSize();
-        const std::string marker = "login-" + std::to_string(GetTickCount()) + "-" + std::to_string(++row);
-        auto request = Request(Url(path.c_str()) + marker, verb, flags);
-        if (*verb == L'P') {
-            ASSERT_EQ(S_OK, AddHeader(request.get(), L"Content-Length", std::to_wstring(body.size())));
-            ASSERT_EQ(S_OK, WriteBody(request.get(), body));
-        }
-        vfc::TComPtr<IVnWebResult> result;
-        EXPECT_EQ(expected, Execute(request.get(), result));
-        const std::string answer = SUCCEEDED(expected) ? Body(result.get()) : "";
-        std::vector<std::string> seen;
-        WaitUntil([&] { return (seen = MarkedRequests(marker, "VN_SQUID_LOG")).size() >= count; }, 5000);
-        ASSERT_EQ(count, seen.size()) << testing::PrintToString(seen);
-        EXPECT_NE(std::string::npos, seen.back().find(last)) << seen.back();
-        EXPECT_EQ(*line ? 1 : 0, CountLogLinesSince(log, *line ? line : "Background mode"));
-        if (FAILED(expected))
-            continue;
-        EXPECT_EQ(200, Code(result.get()));
-        EXPECT_NE(std::string::npos, answer.find(*verb == L'P' ? Sha256(body) : marker)) << answer;
-        // The real request went through squid under the user's name; what reached the origin carried no login.
-        EXPECT_NE(std::string::npos, seen.back().find(" " + vfc::Narrow(verb) + " http")) << seen.back();
-        EXPECT_NE(std::string::npos, seen.back().find(" " + user + " HIER_DIRECT")) << seen.back();
-        for (const auto& hop : MarkedRequests(marker))
-            EXPECT_EQ(std::string::npos, hop.find("Authorization")) << hop;
-    }
-    EXPECT_EQ(std::string::npos, LogSince(0).find(password));
 }
 
 }  // namespace
