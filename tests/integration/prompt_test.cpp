@@ -6,6 +6,7 @@
 
 #include <wincred.h>
 
+#include <cstring>
 #include <sstream>
 #include <vector>
 
@@ -22,34 +23,28 @@ namespace {
 namespace cu = vn_credui_standin;
 const DWORD kRetry = ERROR_INTERNET_FORCE_RETRY;
 
-// InternetErrorDlg as a user answers it: a server's login typed (user "u") or a certificate accepted, as the
-// platform's dialog leaves them on the handle, unless the answer is a cancel.
-class TErrorDialog {
-public:
-    explicit TErrorDialog(DWORD answer, const std::string& password = "") : m_answer(answer), m_password(password) { s_self = this; }
-    std::vector<DWORD> errors;  // one per dialog shown
-    DWORD flags = 0;
-
-private:
+// InternetErrorDlg as a user answers it: unless cancelled, a server's login typed (user "u") or a certificate
+// accepted, left on the handle as the platform's dialog leaves them.
+struct TErrorDialog {
+    explicit TErrorDialog(DWORD answer, const std::string& password = "") : answer(answer), password(password) { s_self = this; }
     static DWORD WINAPI Show(HWND, HINTERNET handle, DWORD error, DWORD flags, LPVOID*)
     {
         s_self->errors.push_back(error), s_self->flags = flags;
         DWORD security = 0, size = sizeof security;
-        if (s_self->m_answer == ERROR_CANCELLED)
-            return ERROR_CANCELLED;
-        if (error == ERROR_INTERNET_INCORRECT_PASSWORD) {
+        if (s_self->answer != ERROR_CANCELLED && error == ERROR_INTERNET_INCORRECT_PASSWORD) {
             VnINetApiHandlers::SetTextOption(handle, INTERNET_OPTION_USERNAME, "u");
-            VnINetApiHandlers::SetTextOption(handle, INTERNET_OPTION_PASSWORD, s_self->m_password);
-        } else if (::InternetQueryOptionA(handle, INTERNET_OPTION_SECURITY_FLAGS, &security, &size)) {
+            VnINetApiHandlers::SetTextOption(handle, INTERNET_OPTION_PASSWORD, s_self->password);
+        } else if (s_self->answer != ERROR_CANCELLED && ::InternetQueryOptionA(handle, INTERNET_OPTION_SECURITY_FLAGS, &security, &size)) {
             security |= SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
             ::InternetSetOptionA(handle, INTERNET_OPTION_SECURITY_FLAGS, &security, sizeof security);
         }
-        return s_self->m_answer;
+        return s_self->answer;
     }
     static inline TErrorDialog* s_self = nullptr;
-    DWORD m_answer;
-    std::string m_password;
-    TScopedSeam<decltype(VnPlatformSeams::InternetErrorDlg)> m_seam{PlatformSeams().InternetErrorDlg, &Show};
+    DWORD answer, flags = 0;
+    std::string password;
+    std::vector<DWORD> errors;  // one per dialog shown
+    TScopedSeam<decltype(VnPlatformSeams::InternetErrorDlg)> seam{PlatformSeams().InternetErrorDlg, &Show};
 };
 
 // Direct requests of sessions of this process, which need no server.
@@ -65,7 +60,7 @@ protected:
         EXPECT_EQ(S_OK, vfc::CreateInto(session));
         EXPECT_EQ(S_OK, session->SetParams(CConfigData(), ::GetCurrentProcessId(), nullptr, flags));
         EXPECT_EQ(S_OK, session->CreateWebRequest(u.get(), verb.get(), request.put()));
-        EXPECT_EQ(std::make_pair(S_OK, S_OK), std::make_pair(request->put_UserName(user.get()), request->put_Password(secret.get())));
+        request->put_UserName(user.get()), request->put_Password(secret.get());
         return Answer(request.get());
     }
 };
@@ -106,32 +101,31 @@ TEST_F(LocalRequests, ACertificateErrorOfAnInteractiveSessionGoesToThePlatformsD
     }
 }
 
-// The server that COM starts runs with the DLL overrides this program started with.
+// A server process of its own, started by COM with the DLL overrides this program started with.
 class ProxyPrompts : public Pipeline {
 protected:
-    static bool Runs() { return std::string(std::getenv("WINEDLLOVERRIDES") ? std::getenv("WINEDLLOVERRIDES") : "").find("credui=n") != std::string::npos; }
-    static void SetUpTestSuite()
+    static void SetUpTestSuite() {}  // the first test that runs starts it
+    virtual const char* Missing()
     {
-        if (Runs())
-            Pipeline::SetUpTestSuite();
+        const char* overrides = std::getenv("WINEDLLOVERRIDES");
+        return overrides && std::strstr(overrides, "credui=n") ? nullptr : "the stand-in prompt answers with WINEDLLOVERRIDES=credui=n";
     }
     void SetUp() override
     {
-        if (!Runs())
-            GTEST_SKIP() << "the stand-in CREDUI.DLL answers only with WINEDLLOVERRIDES=credui=n (ctest's prompts run)";
+        if (const char* missing = Missing())
+            GTEST_SKIP() << missing << " (ctest's runs prompts and prompt_dialog)";
+        if (!s_root)
+            Pipeline::SetUpTestSuite();
         ConfigureProxy(ReadyLine("VN_SQUID")["port"]);
         Forget();
     }
     void TearDown() override { Forget(), cu::Clear(); }
     void Forget() { ::CredDeleteW(vfc::Widen(proxy).c_str(), CRED_TYPE_GENERIC, 0); }
-    std::string Stored()
+    std::string Stored()  // the login that the Credential Manager holds
     {
-        PCREDENTIALW credential = nullptr;
-        if (!::CredReadW(vfc::Widen(proxy).c_str(), CRED_TYPE_GENERIC, 0, &credential))
-            return "";
-        const std::string login = vfc::Narrow(credential->UserName ? credential->UserName : L"");
-        ::CredFree(credential);
-        return login;
+        PCREDENTIALW held = nullptr;
+        const std::string login = ::CredReadW(vfc::Widen(proxy).c_str(), CRED_TYPE_GENERIC, 0, &held) ? vfc::Narrow(held->UserName) : "";
+        return ::CredFree(held), login;
     }
     // Ends the server once this client let go of it all, and lets COM start a new one.
     void Restart()
@@ -194,18 +188,7 @@ TEST_F(ProxyPrompts, ATypedLoginHoldsForTheServersLifeAndOutlivesItWhereTheTickS
 // Wine's own prompt in the server, on the display, answered with xdotool as a user would.
 class RealPrompt : public ProxyPrompts {
 protected:
-    static void SetUpTestSuite()
-    {
-        if (std::getenv("DISPLAY"))
-            Pipeline::SetUpTestSuite();
-    }
-    void SetUp() override
-    {
-        if (!std::getenv("DISPLAY"))
-            GTEST_SKIP() << "Wine's prompt shows only on a display (ctest's prompt_dialog run)";
-        ConfigureProxy(ReadyLine("VN_SQUID")["port"]);
-        Forget();
-    }
+    const char* Missing() override { return std::getenv("DISPLAY") ? nullptr : "Wine's prompt needs a display"; }
 };
 
 TEST_F(RealPrompt, WinesOwnPromptTypedIntoCarriesTheRequestThroughSquidAndItsTickDecidesTheStore)
