@@ -317,6 +317,13 @@ bool WinCredCredentialsManager::_prompt(HWND hWnd, const std::string& name, std:
         login = typedLogin;
         password = typedPassword;
         bSave = tick != FALSE;
+        // Wine's prompt gives a name typed without a domain back behind
+        // "<target>\", generic credentials or not; Windows gives it as
+        // typed. The target is the proxy's name and never a domain, so the
+        // proxy gets what the user typed, and so does the store.
+        const std::wstring targetPart = wName + L'\\';
+        if (login.size() > targetPart.size() && login.compare(0, targetPart.size(), targetPart) == 0)
+            login.erase(0, targetPart.size());
     }
     ::SecureZeroMemory(typedPassword, sizeof typedPassword);
     return result == NO_ERROR;

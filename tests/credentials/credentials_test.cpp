@@ -156,6 +156,14 @@ TEST(ProxyLogin, IsFoundWhereTheModeSaysAndPutOnTheRequest)
     const size_t log = vn_test::LogSize();
     EXPECT_EQ(LONG(ERROR_INTERNET_INVALID_OPTION), Cred::GetProxyCredentials(proxy, request.session.get(), nullptr, 1));
     EXPECT_EQ(1, vn_test::CountLogLinesSince(log, "Error in method [CVnProxyCredentials::GetProxyCredentials" + kRefused));
+    // Wine's prompt gives a name typed without a domain back as "<target>\name": proxy and store get the name; a domain stays.
+    for (const std::string& sent : {std::string("user"), std::string("other\\user")}) {
+        TRequest prompted;
+        PromptAnswer((sent == "user" ? proxy + "\\user" : sent).c_str());
+        EXPECT_EQ(kRetry, Cred::GetProxyCredentials(proxy, prompted.get(), nullptr, 0));
+        EXPECT_EQ(std::make_tuple(sent, vfc::Widen(sent)), std::make_tuple(prompted.Option(INTERNET_OPTION_PROXY_USERNAME), std::get<0>(Stored(proxy))));
+    }
+    Forget(proxy);
     cu::Clear();
 }
 
