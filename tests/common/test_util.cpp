@@ -21,8 +21,6 @@ std::string ThisProgram()
     return path;
 }
 
-std::string BinDir() { return ThisProgram().substr(0, ThisProgram().rfind('\\')); }
-
 std::string ReadWholeFile(const std::string& path)
 {
     std::ostringstream out;
@@ -51,22 +49,10 @@ TChild::TChild(const std::string& commandLine, HANDLE output)
 
 TChild::~TChild()
 {
-    if (!m_pi.hProcess)
-        return;
-    if (::WaitForSingleObject(m_pi.hProcess, 0) == WAIT_TIMEOUT) {
-        ::TerminateProcess(m_pi.hProcess, 0xDEAD);
-        ::WaitForSingleObject(m_pi.hProcess, 5000);
-    }
-    ::CloseHandle(m_pi.hProcess);
-    ::CloseHandle(m_pi.hThread);
-}
-
-DWORD TChild::Wait(DWORD timeoutMs)
-{
-    DWORD code = ~0u;
-    if (m_pi.hProcess && ::WaitForSingleObject(m_pi.hProcess, timeoutMs) != WAIT_FAILED)
-        ::GetExitCodeProcess(m_pi.hProcess, &code);
-    return code;
+    if (m_pi.hProcess && ::WaitForSingleObject(m_pi.hProcess, 0) == WAIT_TIMEOUT)
+        ::TerminateProcess(m_pi.hProcess, 0xDEAD), ::WaitForSingleObject(m_pi.hProcess, 5000);
+    if (m_pi.hProcess)
+        ::CloseHandle(m_pi.hProcess), ::CloseHandle(m_pi.hThread);
 }
 
 TCapturedChild::TTempOutput::TTempOutput()
@@ -80,24 +66,12 @@ TCapturedChild::TTempOutput::TTempOutput()
                          CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-TCapturedChild::TTempOutput::~TTempOutput()
-{
-    ::CloseHandle(file);
-    ::DeleteFileA(path.c_str());
-}
-
 DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs)
 {
     TCapturedChild child(commandLine);  // killed on leaving the scope if still running
     const DWORD code = child.Wait(timeoutMs);
     output = child.Output();
     return code == STILL_ACTIVE ? 0xDEAD : code;
-}
-
-DWORD RunAndWait(const std::string& commandLine, DWORD timeoutMs)
-{
-    std::string ignored;
-    return RunCapture(commandLine, ignored, timeoutMs);
 }
 
 DWORD FindProcess(const char* imageName)
@@ -111,14 +85,29 @@ DWORD FindProcess(const char* imageName)
     return 0;
 }
 
+std::map<DWORD, ULONGLONG> ThreadTimes(DWORD pid)
+{
+    auto ms = [](const FILETIME& time) { return (ULONGLONG(time.dwHighDateTime) << 32 | time.dwLowDateTime) / 10000; };
+    std::map<DWORD, ULONGLONG> times;
+    const vfc::THandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    THREADENTRY32 entry = {};
+    entry.dwSize = sizeof entry;
+    for (BOOL ok = ::Thread32First(snapshot.get(), &entry); ok; ok = ::Thread32Next(snapshot.get(), &entry)) {
+        const vfc::THandle thread(
+            entry.th32OwnerProcessID == pid ? ::OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, entry.th32ThreadID) : nullptr);
+        FILETIME created, ended, kernel, user;
+        if (thread && ::GetThreadTimes(thread.get(), &created, &ended, &kernel, &user))
+            times[entry.th32ThreadID] = ms(kernel) + ms(user);
+    }
+    return times;
+}
+
 static std::string LogPath()
 {
     char base[MAX_PATH] = {};
     ::SHGetFolderPathA(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, base);
     return std::string(base) + "\\Velorin\\VnLinkhost\\Konfiguration\\VnLinkhost.log";
 }
-
-size_t LogSize() { return ReadWholeFile(LogPath()).size(); }
 
 std::string LogSince(size_t offset)
 {
@@ -149,24 +138,20 @@ std::string Sha256(const std::string& bytes)
 {
     HCRYPTPROV provider = 0;
     HCRYPTHASH hash = 0;
+    BYTE digest[32];
+    DWORD size = sizeof digest;
     std::string hex;
-    if (CryptAcquireContextA(&provider, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT) &&
-        CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash) &&
-        CryptHashData(hash, reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size()), 0)) {
-        BYTE digest[32];
-        DWORD size = sizeof digest;
-        if (CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0))
-            for (DWORD i = 0; i < size; ++i)
-                hex += {"0123456789abcdef"[digest[i] >> 4], "0123456789abcdef"[digest[i] & 15]};
-    }
+    if (CryptAcquireContextA(&provider, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT) && CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash) &&
+        CryptHashData(hash, reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size()), 0) &&
+        CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0))
+        for (DWORD i = 0; i < size; ++i)
+            hex += {"0123456789abcdef"[digest[i] >> 4], "0123456789abcdef"[digest[i] & 15]};
     if (hash)
         CryptDestroyHash(hash);
     if (provider)
         CryptReleaseContext(provider, 0);
     return hex;
 }
-
-int CountLogLinesSince(size_t offset, const std::string& text) { return Count(LogSince(offset), text); }
 
 std::string RegText(HKEY root, const std::string& key, const char* value)
 {

@@ -1,7 +1,5 @@
-// The configuration sheet on a real display: shown on a thread of this
-// process and driven from the test's thread like a user would, and shown by
-// the real program with -c. The dial-up entries come from the stand-in
-// RASAPI32.DLL.
+// The configuration sheet on a real display: shown on a thread of this process and driven from the test's thread like a
+// user would, and shown by the real program with -c. The dial-up entries come from the stand-in RASAPI32.DLL.
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -195,9 +193,8 @@ TEST_F(Sheet, PluginPagesTakeTheirPlaceByHintAndAreAskedInTheirOrder)
     }
 }
 
-// The real program: -c shows the sheet over the stored record, with the page
-// of the test plug-in at its place; OK stores the working copy, Cancel leaves
-// the file alone.
+// The real program: -c shows the sheet over the stored record, with the page of the test plug-in at its place; OK
+// stores the working copy, Cancel leaves the file alone.
 TEST(ConfigureRole, OkStoresWhatWasChangedAndCancelStoresNothing)
 {
     vn_test::RegisterTestPlugin();

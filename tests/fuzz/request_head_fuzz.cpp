@@ -1,7 +1,6 @@
-// libFuzzer target for the local proxy's request head reader (see run-fuzz).
-// The first byte of the input cuts the rest into reads: bit i set ends a read
-// after byte i of each eight; the reads go to one reader, as from one client
-// on a kept-alive connection.
+// libFuzzer target for the local proxy's request head reader (see run-fuzz). The first byte of the input cuts the rest
+// into reads: bit i set ends a read after byte i of each eight; the reads go to one reader, as from one client on a
+// kept-alive connection.
 #include "proxy/request_head.h"
 
 #include <cstdint>

@@ -1,6 +1,5 @@
-// The proxy script's download: direct, fetched once per process into the
-// cache file and reused, or fetched anew when forced; and the automatic
-// search, which finds the script's address by the platform's discovery.
+// The proxy script's download: direct, fetched once per process into the cache file and reused, or fetched anew when
+// forced; and the automatic search, which finds the script's address by the platform's discovery.
 #include "integration/pipeline_fixture.h"
 
 #include "host/platform_seams.h"

@@ -1,7 +1,6 @@
-// What a client that dies, or lets go of its objects early, may do to the
-// server, and what the server must not do in return: crash, keep the dead
-// client's threads, handles and sockets, hold the releasing client until the
-// rest of a body has come, or make one request wait for another.
+// What a client that dies, or lets go of its objects early, must not make the server do: crash, keep the dead
+// client's threads, handles and sockets, hold the releasing client until the rest of a body has come, or make one
+// request wait for another.
 #include "integration/pipeline_fixture.h"
 
 #include <iphlpapi.h>
@@ -9,13 +8,10 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
 #include <thread>
 #include <vector>
-
-#include "vfc/text.h"
 
 namespace vn_test {
 namespace {
@@ -25,27 +21,6 @@ template <typename Fn>
 Fn Import(const char* dll, const char* name)
 {
     return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(LoadLibraryA(dll), name)));
-}
-
-ULONGLONG Ms(const FILETIME& time) { return (ULONGLONG(time.dwHighDateTime) << 32 | time.dwLowDateTime) / 10000; }
-
-// CPU time of each thread of the process, in ms. GetProcessTimes answers 0
-// for another process under Wine; the threads' own times are real.
-std::map<DWORD, ULONGLONG> ThreadTimes(DWORD pid)
-{
-    std::map<DWORD, ULONGLONG> times;
-    vfc::THandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-    THREADENTRY32 entry = {};
-    entry.dwSize = sizeof entry;
-    for (BOOL ok = snapshot && Thread32First(snapshot.get(), &entry); ok; ok = Thread32Next(snapshot.get(), &entry)) {
-        vfc::THandle thread(entry.th32OwnerProcessID == pid
-                                ? OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, entry.th32ThreadID)
-                                : nullptr);
-        FILETIME created, ended, kernel, user;
-        if (thread && GetThreadTimes(thread.get(), &created, &ended, &kernel, &user))
-            times[entry.th32ThreadID] = Ms(kernel) + Ms(user);
-    }
-    return times;
 }
 
 // True when the process used less than a tenth of a core over one second.
@@ -119,11 +94,10 @@ TCounts Settled(DWORD pid)
     return CountsOf(pid);
 }
 
-// The server is idle again, with no more than a few threads (the platform's
-// pools), handles and sockets (one kept-alive connection) over the baseline,
-// and it is still the same process. Under Wine a closed handle's I/O goes on
-// until the server answers, the platform's receive time-out ends it, or the
-// platform has read the rest of the body: hence the generous wait.
+// The server is idle again, with no more than a few threads (the platform's pools), handles and sockets (one kept-alive
+// connection) over the baseline, and it is still the same process. Under Wine a closed handle's I/O goes on until the
+// server answers, the platform's receive time-out ends it, or the platform has read the rest of the body: hence the
+// generous wait.
 void ExpectBackTo(const TCounts& baseline, const TServerProcess& server)
 {
     TCounts now = {};
@@ -139,20 +113,6 @@ void ExpectBackTo(const TCounts& baseline, const TServerProcess& server)
     EXPECT_TRUE(server.alive()) << "the server process ended";
 }
 
-// Runs `work(i)` on `count` threads of the multithreaded apartment at once.
-void OnThreads(int count, const std::function<void(int)>& work)
-{
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i)
-        threads.emplace_back([&work, i] {
-            CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-            work(i);
-            CoUninitialize();
-        });
-    for (auto& thread : threads)
-        thread.join();
-}
-
 // The fetch sample in a process of its own, reading the body without printing
 // it, with its output in a file that the test reads. Killed at the end.
 class TFetchClient : public TCapturedChild {
@@ -161,9 +121,8 @@ public:
     bool Answered() const { return Output().find("Status: 200") != std::string::npos; }
 };
 
-// Where a client is when it dies: `answered` clients have printed the status
-// line; the others are known to the origin server by the mark in their URL.
-// The origin holds a silent or stalled answer for five minutes.
+// Where a client is when it dies: `answered` clients have printed the status line; the others are known to the origin
+// server by the mark in their URL. The origin holds a silent or stalled answer for five minutes.
 struct Moment {
     const char* name;
     const char* path;
@@ -175,9 +134,8 @@ void PrintTo(const Moment& moment, std::ostream* out) { *out << moment.name; }
 const Moment kMoments[] = {
     {"BlockedInExecute", "/silent?", false},
     {"BlockedInRead", "/stall?n=1000000&sent=20000", true},
-    // 32 MiB at up to 16 MB/s. Under Wine closing the request reads the rest
-    // of the body, so the body must end; on a closed connection, since the
-    // platform keeps a drained kept-alive one for a minute.
+    // 32 MiB at up to 16 MB/s. Under Wine closing the request reads the rest of the body, so the body must end; on a
+    // closed connection, since the platform keeps a drained kept-alive one for a minute.
     {"InTheMiddleOfALongBody", "/slow?n=33554432&piece=65536&delay_ms=4&mode=close", true},
 };
 
@@ -225,8 +183,7 @@ protected:
         return GetTickCount() - start;
     }
 
-    // Starts `count` clients on the moment's URL, waits until each is there
-    // and kills them all.
+    // Starts `count` clients on the moment's URL, waits until each is there and kills them all.
     static void KillClientsAt(const Moment& moment, int count)
     {
         const std::string mark = "client=" + std::to_string(GetTickCount()) + "-";
@@ -255,13 +212,10 @@ protected:
                 ok = arrived();
             }
             if (!ok && refused()) {
-                // Wine's RPC runtime now and then loses its listener for good
-                // after clients died: the server's listening thread waits with
-                // no pipe instance, every new process is refused with
-                // 0x800706BB, and the connected ones are served on. Nothing in
-                // the server can mend that (nor end it under Wine, where dead
-                // clients' references stay): what is left to check is that the
-                // connected client is served.
+                // Wine's RPC runtime now and then loses its listener for good after clients died: the server's
+                // listening thread waits with no pipe instance, every new process is refused with 0x800706BB, and the
+                // connected ones are served on. Nothing in the server can mend that (nor end it under Wine, where dead
+                // clients' references stay): what is left to check is that the connected client is served.
                 clients.clear();
                 ASSERT_EQ("", Healthy(100)) << "the connected client must still be served";
                 GTEST_SKIP() << "Wine's RPC listener of the server takes no new processes any more (0x800706BB)";
@@ -271,10 +225,9 @@ protected:
     }
 };
 
-// Clients that come while the last one leaves: the root object is built anew
-// each time, and a late release must not undo the new object's setup. First
-// of this file: a killed client's reference would keep the object for good.
-// The clients are script processes, each activating and letting go in a loop.
+// Clients that come while the last one leaves: the root object is built anew each time, and a late release must not
+// undo the new object's setup. First of this file: a killed client's reference would keep the object for good. The
+// clients are script processes, each activating and letting go in a loop.
 class LastRelease : public Lifetime {};
 
 TEST_F(LastRelease, ActivationsRacingTheLastReleaseAllSucceedInOneServer)
@@ -294,9 +247,13 @@ TEST_F(LastRelease, ActivationsRacingTheLastReleaseAllSucceedInOneServer)
                              "Next\r\n";
     std::vector<std::string> outputs(4);
     std::vector<DWORD> codes(4);
-    OnThreads(4, [&](int i) { codes[i] = RunCapture("cscript.exe //nologo " + Quoted(script), outputs[i], 120000); });
+    std::vector<std::thread> clients;
     for (int i = 0; i < 4; ++i)
+        clients.emplace_back([&, i] { codes[i] = RunCapture("cscript.exe //nologo " + Quoted(script), outputs[i], 120000); });
+    for (int i = 0; i < 4; ++i) {
+        clients[i].join();
         EXPECT_EQ(0u, codes[i]) << outputs[i];
+    }
     DeleteFileA(script.c_str());
     EXPECT_GT(CountLogLinesSince(log, " starting up"), 2) << "the last release never met a new activation";
     EXPECT_EQ(server.pid(), FindProcess("VnLinkhost.exe")) << "the server ended, or a second one served";
@@ -307,15 +264,12 @@ TEST_F(LastRelease, ActivationsRacingTheLastReleaseAllSucceedInOneServer)
 
 TEST_F(Lifetime, DestinationIsReachableOnlyWithAComplete200)
 {
-    vfc::TBstr good(vfc::Widen(Url("/echo"))), missing(vfc::Widen(Url("/status/404"))),
-        refused(vfc::Widen(Url("/", "refused")));
-    VARIANT_BOOL reachable = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, s_root->CheckDestinationReachable(good.get(), &reachable));
-    EXPECT_EQ(VARIANT_TRUE, reachable);
-    EXPECT_EQ(S_OK, s_root->CheckDestinationReachable(missing.get(), &reachable));
-    EXPECT_EQ(VARIANT_FALSE, reachable);
-    EXPECT_EQ(S_OK, s_root->CheckDestinationReachable(refused.get(), &reachable));
-    EXPECT_EQ(VARIANT_FALSE, reachable);
+    for (auto [url, expected] : {std::make_pair(Url("/echo"), VARIANT_TRUE), std::make_pair(Url("/status/404"), VARIANT_FALSE),
+                                 std::make_pair(Url("/", "refused"), VARIANT_FALSE)}) {
+        VARIANT_BOOL reachable = VARIANT_BOOL(~expected);
+        EXPECT_EQ(S_OK, s_root->CheckDestinationReachable(vfc::TBstr(vfc::Widen(url)).get(), &reachable));
+        EXPECT_EQ(expected, reachable) << url;
+    }
 }
 
 TEST_F(Lifetime, ResultReleasedAfterAPartialReadDoesNotWaitForTheRestOfTheBody)
@@ -345,10 +299,9 @@ TEST_F(Lifetime, SecondExecuteDoesNotWaitForAFirstRunThatStalled)
     EXPECT_EQ(200, Code(second.get()));
 }
 
-// Fifty clients killed at one moment, in rounds of ten: after each round
-// the server still serves, and at the end it holds what it held after the
-// first. Registered at start-up, these run after every other test of the
-// program, since a server that crashes here leaves a stale registration.
+// Fifty clients killed at one moment, in rounds of ten: after each round the server still serves, and at the end it
+// holds what it held after the first. Registered at start-up, these run after every other test of the program, since a
+// server that crashes here leaves a stale registration.
 class ClientDeath : public Lifetime, public testing::WithParamInterface<Moment> {};
 
 TEST_P(ClientDeath, FiftyKilledClientsLeaveNoThreadsHandlesOrSockets)

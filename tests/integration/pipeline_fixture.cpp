@@ -1,6 +1,7 @@
 #include "integration/pipeline_fixture.h"
 
-#include "vfc/text.h"
+#include <cstring>
+
 #include "web/stream_arrays.h"
 
 namespace vn_test {
@@ -35,28 +36,10 @@ void Pipeline::SetUpTestSuite()
     ASSERT_TRUE(s_root) << std::hex << hr;
 }
 
-void Pipeline::TearDownTestSuite()
-{
-    if (s_root)
-        ShutDownServer(s_root);
-}
-
-std::string Pipeline::Url(const char* path, const char* listener)
-{
-    return "http://127.0.0.1:" + ReadyLine("VN_ORIGIN")[listener] + path;
-}
-
-std::string Pipeline::TlsUrl(const char* path, const char* listener)
-{
-    return "https://localhost:" + ReadyLine("VN_ORIGIN")[listener] + path;
-}
-
 void Pipeline::Configure(std::initializer_list<std::pair<const wchar_t*, std::wstring>> keys)
 {
-    for (const auto& key : keys) {
-        vfc::TBstr name(key.first), value(key.second);
-        ASSERT_EQ(S_OK, s_root->SetConfigurationValue(name.get(), value.get())) << vfc::Narrow(key.first);
-    }
+    for (const auto& key : keys)
+        ASSERT_EQ(S_OK, s_root->SetConfigurationValue(vfc::TBstr(key.first).get(), vfc::TBstr(key.second).get())) << vfc::Narrow(key.first);
 }
 
 void Pipeline::ConfigureDirect()
@@ -76,31 +59,9 @@ vfc::TComPtr<IVnWebRequest> Pipeline::Request(const std::string& url, const wcha
 {
     vfc::TComPtr<IVnWebSession> session;
     vfc::TComPtr<IVnWebRequest> request;
-    vfc::TBstr u(vfc::Widen(url)), m(method);
     EXPECT_EQ(S_OK, s_root->CreateSession(static_cast<LONG>(GetCurrentProcessId()), 0, flags, session.put()));
-    EXPECT_EQ(S_OK, session ? session->CreateWebRequest(u.get(), m.get(), request.put()) : E_POINTER);
+    EXPECT_EQ(S_OK, session ? session->CreateWebRequest(vfc::TBstr(vfc::Widen(url)).get(), vfc::TBstr(method).get(), request.put()) : E_POINTER);
     return request;
-}
-
-HRESULT Pipeline::Execute(IVnWebRequest* request, vfc::TComPtr<IVnWebResult>& result)
-{
-    return request->Execute(result.put());
-}
-
-LONG Pipeline::Code(IVnWebResult* result)
-{
-    LONG code = -1;
-    if (result)
-        result->get_ResultCode(&code);
-    return code;
-}
-
-std::string Pipeline::Header(IVnWebResult* result, const wchar_t* name)
-{
-    vfc::TBstr n(name), value;
-    if (!result || result->GetHeaderValue(n.get(), value.put()) != S_OK)
-        return "<missing>";
-    return vfc::Narrow(value.str());
 }
 
 Pipeline::TAnswer Pipeline::Answer(IVnWebRequest* request)
@@ -116,27 +77,16 @@ Pipeline::TAnswer Pipeline::Answer(IVnWebRequest* request)
     return answer;
 }
 
-HRESULT Pipeline::AddHeader(IVnWebRequest* request, const wchar_t* name, const std::wstring& value)
-{
-    vfc::TBstr n(name), v(value);
-    return request->AddHeader(n.get(), v.get());
-}
-
 HRESULT Pipeline::WriteBody(IVnWebRequest* request, const std::string& bytes)
 {
     vfc::TComPtr<IVnStream> stream;
     HRESULT hr = request->get_DataStream(stream.put());
     if (hr != S_OK || !stream)
         return FAILED(hr) ? hr : E_FAIL;
-    SAFEARRAY* data = SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(bytes.size()));
-    void* raw = nullptr;
-    SafeArrayAccessData(data, &raw);
-    memcpy(raw, bytes.data(), bytes.size());
-    SafeArrayUnaccessData(data);
+    vn_streams::TSafeArray data(SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(bytes.size())));
+    std::memcpy(data.get()->pvData, bytes.data(), bytes.size());
     LONG written = 0;
-    hr = stream->Write(data, 0, static_cast<LONG>(bytes.size()), &written);
-    SafeArrayDestroy(data);
-    return hr;
+    return stream->Write(data.get(), 0, static_cast<LONG>(bytes.size()), &written);
 }
 
 }  // namespace vn_test

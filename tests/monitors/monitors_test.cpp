@@ -1,11 +1,9 @@
-// The three network monitors as a client meets them: the real server started
-// on demand, sinks of this process called back across processes, the
-// stand-in Sensapi.dll told the network's flags, and the stand-ins for the
-// COM+ event system and WMI registered for as long as these tests run.
+// The three network monitors as a client meets them: the real server started on demand, sinks of this process called
+// back across processes, the stand-in Sensapi.dll told the network's flags, and the stand-ins for the COM+ event system
+// and WMI registered for as long as these tests run.
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <tlhelp32.h>
 
 #include <memory>
 #include <mutex>
@@ -88,17 +86,6 @@ HRESULT Raise(const std::vector<std::string>& request, int upAfterChecks = 0)
         SetNetwork(1);
     }
     return WaitForSingleObject(raised.get(), 15000) ? E_ABORT : si::ReadDword(vn_netevents::kKey, "Result", ~0u);
-}
-
-int Threads(DWORD pid)
-{
-    vfc::THandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-    THREADENTRY32 entry = {};
-    entry.dwSize = sizeof entry;
-    int count = 0;
-    for (BOOL ok = Thread32First(snapshot.get(), &entry); ok; ok = Thread32Next(snapshot.get(), &entry))
-        count += entry.th32OwnerProcessID == pid;
-    return count;
 }
 
 std::string NetworkEventsSample(const char* seconds) { return Quoted(BinDir() + "\\network_events.exe") + " " + seconds; }
@@ -226,7 +213,7 @@ TEST_F(Monitors, WmiSinksHearOneStatusOnlyWhenTheNetworkSettlesInTheAnnouncedSta
 TEST_F(Monitors, MonitorsStartAndStopWithTheRootObjectWhileManyClientsComeAndGoWithoutADeadlockOrALeftThread)
 {
     TServerProcess server;
-    const int running = Threads(server.pid());  // with the monitors running for one client
+    const int running = int(ThreadTimes(server.pid()).size());  // with the monitors running for one client
     m_host.reset();
     const size_t log = LogSize();
     for (int round = 0; round < 4; ++round) {
@@ -240,7 +227,7 @@ TEST_F(Monitors, MonitorsStartAndStopWithTheRootObjectWhileManyClientsComeAndGoW
     m_host = CreateRoot();
     ASSERT_TRUE(m_host);
     int now = 0;
-    EXPECT_TRUE(WaitUntil([&] { return (now = Threads(server.pid())) <= running; }, 15000))
+    EXPECT_TRUE(WaitUntil([&] { return (now = int(ThreadTimes(server.pid()).size())) <= running; }, 15000))
         << running << " threads before, " << now << " now";
     EXPECT_EQ(5u, si::ReadList(vn_netevents::kKey, "Subscriptions").size());
     EXPECT_EQ(5u, si::ReadList(vn_netevents::kKey, "Queries").size());
@@ -269,9 +256,8 @@ TEST_F(Monitors, TimerSinksHearEachChangeOfLanAndWanWithinAPeriodWhileRegistered
     ASSERT_EQ(S_OK, m_host->RegisterNetworkEventSink(sink.get()));
     EXPECT_EQ("timer 0 2;timer 1 1;", HeardWithinAPeriod(sink.get(), "timer 0 2;timer 1 1;"));
 
-    // The sample prints what it hears. Killed, it leaves its sink registered
-    // between two entries of this one. Last in this file: Wine never lets go of
-    // a dead client's references, so the server lives on until the prefix ends.
+    // The sample prints what it hears. Killed, it leaves its sink registered between two entries of this one. Last in
+    // this file: Wine never lets go of a dead client's references, so the server lives on until the prefix ends.
     m_clientKilled = true;
     auto client = std::make_unique<TCapturedChild>(NetworkEventsSample("60"));
     ASSERT_TRUE(WaitUntil([&] { return client->Output().find("Listening") != std::string::npos; }, 20000));

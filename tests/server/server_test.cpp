@@ -75,8 +75,7 @@ TEST(Registration, RegServerWritesTheServerUnregisterRemovesAllButTheCategoryAnd
     EXPECT_LT(GetTickCount() - start, 8000u) << "with nothing to end it does not wait";
 }
 
-// With the test plug-in (tests/doubles/test_plugin) in the plug-in category,
-// and no server left behind by a test.
+// With the test plug-in (tests/doubles/test_plugin) in the plug-in category, and no server left behind by a test.
 class Server : public testing::Test {
 protected:
     static void SetUpTestSuite()
@@ -148,9 +147,8 @@ TEST_F(Server, ServesAllItsClientsWithItsPluginsLingersAndEndsWithItsLastClientA
     EXPECT_EQ(0u, server.ExitCode());
 }
 
-// A plug-in ahead of the test plug-in in the category: when it fails, the
-// ones behind it are not loaded; when it publishes the same extension id
-// first, the test plug-in's publication is refused with 0x80070057.
+// A plug-in ahead of the test plug-in in the category: when it fails, the ones behind it are not loaded; when it
+// publishes the same extension id first, the test plug-in's publication is refused with 0x80070057.
 TEST_F(Server, ABrokenPluginStopsTheOnesBehindItAndASecondPublisherOfAnIdIsRefused)
 {
     RegisterTestPlugin(kFirstPluginKey);
@@ -305,8 +303,7 @@ TEST_F(Service, InstallsWithTheEmbeddingLineServesOutlivesItsClientsEndsOnAnAgre
     EXPECT_EQ(0u, State()) << "the service is gone";
 }
 
-// Ends with a process terminated from outside, which leaves a stale class
-// registration behind: keep it last.
+// Ends with a process terminated from outside, which leaves a stale class registration behind: keep it last.
 TEST_F(Service, VetoingSinkHoldsAStopAndKillTerminatesTheServerAfterTenSeconds)
 {
     vn_standin::WriteDword(kVnTestKey, "SinkAnswer", static_cast<DWORD>(Veto));

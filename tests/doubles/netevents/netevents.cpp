@@ -194,9 +194,8 @@ struct TEventSystem : vfc::TComObject<TEventSystem, IEventSystem> {
     VN_NOTIMPL(QueryS, BSTR, BSTR, IUnknown**) VN_NOTIMPL(RemoveS, BSTR, BSTR)
 };
 
-// WMI in one object: the locator, the namespace it connects to, and the
-// unsecured apartment, whose stub is the object itself since in one process
-// there is nothing to secure.
+// WMI in one object: the locator, the namespace it connects to, and the unsecured apartment, whose stub is the object
+// itself since in one process there is nothing to secure.
 struct TWmi : vfc::TComObject<TWmi, IWbemLocator, IWbemServices, IClientSecurity, IUnsecuredApartment> {
     STDMETHODIMP ConnectServer(const BSTR resource, const BSTR, const BSTR, const BSTR, LONG, const BSTR, IWbemContext*,
                                IWbemServices** services) override
