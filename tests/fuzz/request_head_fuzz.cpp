@@ -2,18 +2,12 @@
 // into reads: bit i set ends a read after byte i of each eight; the reads go to one reader, as from one client on a
 // kept-alive connection.
 #include "proxy/request_head.h"
+#include "tests/fuzz/fuzz_check.h"
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-// A broken rule is named on stderr beside the finding.
-#define Check(condition) \
-    ((condition) ? void() : (std::fprintf(stderr, "broken at line %d: %s\n", __LINE__, #condition), std::abort()))
-
 namespace {
-
 
 bool BeginsWithMethod(const std::string& text)
 {

@@ -23,15 +23,15 @@ Fn Import(const char* dll, const char* name)
     return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(LoadLibraryA(dll), name)));
 }
 
-// True when the process used less than a tenth of a core over one second.
+// True when the process used less than a tenth of a core over half a second.
 bool Idle(DWORD pid)
 {
     const auto before = ThreadTimes(pid);
-    Sleep(1000);
+    Sleep(500);
     ULONGLONG used = 0;
     for (const auto& thread : ThreadTimes(pid))
         used += thread.second - (before.count(thread.first) ? before.at(thread.first) : 0);
-    return used < 100;
+    return used < 50;
 }
 
 // Entries of the system's handle table that the process owns (Wine does not
