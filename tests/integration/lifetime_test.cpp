@@ -6,6 +6,7 @@
 #include <iphlpapi.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -47,12 +48,9 @@ int Handles(DWORD pid)
          buffer.resize(buffer.size() * 2))
         if (buffer.size() >= (64u << 20))
             return -1;
+    const auto* entries = reinterpret_cast<const Entry*>(buffer.data() + sizeof(void*));  // behind the count
     const ULONG count = *reinterpret_cast<const ULONG*>(buffer.data());
-    const auto* entries = reinterpret_cast<const Entry*>(buffer.data() + sizeof(void*));
-    int owned = 0;
-    for (ULONG i = 0; i < count; ++i)
-        owned += entries[i].ownerPid == pid;
-    return owned;
+    return static_cast<int>(std::count_if(entries, entries + count, [pid](const Entry& e) { return e.ownerPid == pid; }));
 }
 
 // Established connections to the origin server's plain listener. The test
@@ -69,11 +67,9 @@ int OriginSockets()
     const auto table = reinterpret_cast<PMIB_TCPTABLE>(buffer.data());
     if (getTable(table, &size, FALSE) != NO_ERROR)
         return -1;
-    int count = 0;
-    for (DWORD i = 0; i < table->dwNumEntries; ++i)  // ports are in network order
-        count += table->table[i].dwState == MIB_TCP_STATE_ESTAB &&
-                 table->table[i].dwRemotePort == (((port & 0xFF) << 8) | (port >> 8));
-    return count;
+    return static_cast<int>(std::count_if(table->table, table->table + table->dwNumEntries, [port](const MIB_TCPROW& row) {
+        return row.dwState == MIB_TCP_STATE_ESTAB && row.dwRemotePort == (((port & 0xFF) << 8) | (port >> 8));  // network order
+    }));
 }
 
 struct TCounts {

@@ -168,13 +168,6 @@ TEST_F(ConfigFile, RoamingFileIsCopiedIntoTheLocalFolderAndMissingOrUnwritableFi
     EXPECT_EQ(std::make_tuple(Fields(Unusual()), 2), std::make_tuple(Fields(data), LogLines(kCannotSaveFile)));
 }
 
-std::wstring Get(const CConfigData& data, const std::wstring& key, HRESULT expected = S_OK)
-{
-    std::wstring value = L"<untouched>";
-    EXPECT_EQ(expected, vn_config::GetValue(data, key, value)) << vfc::Narrow(key);
-    return value;
-}
-
 TEST(ConfigKeys, ReachTheirOwnFieldsOrTheWholeRecordAsTextAndUnknownKeysFailWithALine)
 {
     // Key, its text in a record of defaults, a value set, the text then read (null: status 1, the record keeps it). Integers

@@ -23,12 +23,7 @@ std::string ProxyKeys(Answer answer)
         line += (line.empty() ? "" : "|") + answer(std::string("ie/proxy/") + word);
     return line;
 }
-std::string Key(const std::string& key)
-{
-    std::wstring value = L"<untouched>";
-    EXPECT_EQ(S_OK, vn_config::GetValue(CConfigData(), vfc::Widen(key), value)) << key;
-    return vfc::Narrow(value);
-}
+std::string Key(const std::string& key) { return vfc::Narrow(Get(CConfigData(), vfc::Widen(key))); }
 int Dials() { return Calls(si::kRasKey, "RasDialA("); }
 int HangUps() { return Calls(si::kRasKey, "RasHangUpA("); }
 template <typename Run>

@@ -80,6 +80,13 @@ inline auto Fields(const CConfigData& d)
     return std::make_tuple(d.m_UseSystemProxy, d.m_ProxyMode, d.m_ProxyAddress, d.m_ProxyPort, d.m_ProxyExclude, d.m_ProxyNoLocal,
                            d.m_ProxyScript, d.m_UseSystemConnection, d.m_DialMode, d.m_DefaultConnection, d.m_SessionFlags, d.m_SkipHeadAuth);
 }
+// A key's text in the record ("<untouched>" if it gave none), checked for the status expected.
+inline std::wstring Get(const CConfigData& data, const std::wstring& key, HRESULT expected = S_OK)
+{
+    std::wstring value = L"<untouched>";
+    EXPECT_EQ(expected, vn_config::GetValue(data, key, value)) << vfc::Narrow(key);
+    return value;
+}
 inline CConfigData Defaults()
 {
     CConfigData data;

@@ -28,9 +28,8 @@
 
 namespace {
 
-using vn_test::CountLogLinesSince;
-using vn_test::LogSize;
-int Port(const char* server, const char* name = "port") { return std::atoi(vn_test::ReadyLine(server)[name].c_str()); }
+using namespace vn_test;
+int Port(const char* server, const char* name = "port") { return std::atoi(ReadyLine(server)[name].c_str()); }
 
 // What the stand-in answers to option 67: the socket as Windows does, Wine's own answer (a size of 0, then
 // socket 0), a size of 0 for ever, or no socket.
@@ -41,11 +40,7 @@ enum TSocketAnswer { AsWindows, AsWine, NoSize, NoSocket };
 class TConnectStandIn {
 public:
     explicit TConnectStandIn(int proxyPort, TSocketAnswer answer = AsWindows) : m_port(proxyPort), m_answer(answer) { s_self = this; }
-    ~TConnectStandIn()
-    {
-        for (auto& entry : m_requests)
-            ::closesocket(entry.second.socket);
-    }
+    ~TConnectStandIn() { for (auto& entry : m_requests) ::closesocket(entry.second.socket); }
     int sends = 0;
 
 private:
