@@ -12,9 +12,8 @@
 #include "dialog/property_sheet.h"
 #include "server/server_fixture.h"
 #include "tests/doubles/rasapi32/standin_registry.h"
-#include "tests/doubles/test_plugin/plugin_registration.h"
 #include "tests/doubles/test_plugin/recording_page.h"
-#include "tests/settings/config_file_support.h"
+#include "tests/settings/settings_support.h"
 #include "vfc/bstr.h"
 #include "vfc/com_object.h"
 #include "vfc/text.h"
@@ -82,7 +81,6 @@ protected:
         m_thread.join();
         return m_result;
     }
-    // Keystrokes into a field that has the focus, one at a time as typed.
     void Type(HWND field, const std::string& keys)
     {
         ::SetFocus(field);

@@ -24,9 +24,7 @@ BOOL WINAPI Discover(LPSTR url, DWORD length, DWORD)
 // In this order: the automatic search below relies on the cache filled here.
 TEST_F(ProxyScript, IsFetchedOnceAndReusedUnlessForced)
 {
-    char folder[MAX_PATH];
-    GetTempPathA(MAX_PATH, folder);
-    const std::string file = std::string(folder) + "vn-script.pac";
+    const std::string file = BinDir() + "\\vn-script.pac";
     // The script's path, whether the download is forced; the status, what the destination holds afterwards (null: not written).
     const std::tuple<const char*, bool, HRESULT, const char*> cases[] = {
         {"/status/404", false, S_FALSE, nullptr},          // nothing cached yet

@@ -231,9 +231,7 @@ TEST_F(LastRelease, ActivationsRacingTheLastReleaseAllSucceedInOneServer)
     const TServerProcess server;
     s_root.reset();  // the test's own reference would keep the object alive
     const size_t log = LogSize();
-    char folder[MAX_PATH];
-    GetTempPathA(MAX_PATH, folder);
-    const std::string script = std::string(folder) + "vn-activations.vbs";
+    const std::string script = BinDir() + "\\vn-activations.vbs";
     std::ofstream(script) << "On Error Resume Next\r\n"
                              "For i = 1 To 60\r\n"
                              "  Set host = CreateObject(\"VnLinkhost.VnLinkhostObject\")\r\n"

@@ -1,6 +1,5 @@
 // The configuration record, its file "VnLinkhost.xml" in the test prefix (found here, not asked of the product),
 // and its keys: the exact bytes, how a text or a file is laid over a record, the roaming folder, bad files.
-#include "tests/settings/config_file_support.h"
 #include "tests/settings/settings_support.h"
 
 using namespace vn_config_test;

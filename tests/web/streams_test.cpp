@@ -40,7 +40,6 @@ std::string Pattern(size_t size, unsigned state)
 
 const BYTE* Data(const std::string& bytes) { return reinterpret_cast<const BYTE*>(bytes.data()); }
 
-// This test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled.
 const std::string kClientCommand = "\"" + vn_test::ThisProgram() + "\" --gtest_also_run_disabled_tests --gtest_filter=ClientProcess.DISABLED_*";
 
 template <typename Stream>
