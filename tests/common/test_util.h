@@ -33,23 +33,29 @@ inline std::string ReadWholeFile(const std::string& path)
     return out.str();
 }
 
-// A child process, killed if the test forgets it; `output` (inheritable) gets its stdout and stderr.
+// A child process, killed if the test forgets it. With `capture`, its stdout and stderr go to a temporary file that can
+// be read while it runs, removed at the end.
 class TChild {
 public:
-    explicit TChild(const std::string& commandLine) : TChild(commandLine, nullptr) {}
-    TChild(const std::string& commandLine, HANDLE output)
+    explicit TChild(const std::string& commandLine, bool capture = false)
     {
         STARTUPINFOA si = {};
         si.cb = sizeof si;
-        if (output) {
+        if (capture) {
+            char folder[MAX_PATH], name[MAX_PATH];
+            ::GetTempPathA(MAX_PATH, folder);
+            ::GetTempFileNameA(folder, "vnt", 0, name);
+            SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+            m_output.reset(::CreateFileA((m_path = name).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                         &inherit, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
             si.dwFlags = STARTF_USESTDHANDLES;
-            si.hStdOutput = si.hStdError = output;
+            si.hStdOutput = si.hStdError = m_output.get();
             si.hStdInput = ::GetStdHandle(STD_INPUT_HANDLE);
         }
         // Under load Wine now and then refuses a start: try a few times.
         for (int attempt = 0; attempt < 5; ++attempt) {
             std::string line = commandLine;
-            if (::CreateProcessA(nullptr, &line[0], nullptr, nullptr, output != nullptr, 0, nullptr, nullptr, &si, &m_pi))
+            if (::CreateProcessA(nullptr, &line[0], nullptr, nullptr, capture, 0, nullptr, nullptr, &si, &m_pi))
                 return;
             m_pi = {};
             ::Sleep(200);
@@ -61,12 +67,17 @@ public:
             ::TerminateProcess(m_pi.hProcess, 0xDEAD), ::WaitForSingleObject(m_pi.hProcess, 5000);
         if (m_pi.hProcess)
             ::CloseHandle(m_pi.hProcess), ::CloseHandle(m_pi.hThread);
+        m_output.reset();
+        if (!m_path.empty())
+            ::DeleteFileA(m_path.c_str());
     }
     TChild(const TChild&) = delete;
     TChild& operator=(const TChild&) = delete;
     bool started() const { return m_pi.hProcess != nullptr; }
+    bool Running() const { return started() && ::WaitForSingleObject(m_pi.hProcess, 0) == WAIT_TIMEOUT; }
     DWORD pid() const { return m_pi.dwProcessId; }
     HANDLE handle() const { return m_pi.hProcess; }
+    std::string Output() const { return ReadWholeFile(m_path); }
     // Exit code after waiting up to `timeoutMs`; STILL_ACTIVE if it did not end.
     DWORD Wait(DWORD timeoutMs)
     {
@@ -77,41 +88,15 @@ public:
 
 private:
     PROCESS_INFORMATION m_pi = {};
-};
-
-// A child whose stdout and stderr go to a temporary file that can be read
-// while it runs; killed, and the file removed, at the end.
-class TCapturedChild {
-public:
-    explicit TCapturedChild(const std::string& commandLine) : m_child(commandLine, m_output.file) {}
-    bool Running() const { return m_child.started() && ::WaitForSingleObject(m_child.handle(), 0) == WAIT_TIMEOUT; }
-    DWORD Wait(DWORD timeoutMs) { return m_child.Wait(timeoutMs); }
-    std::string Output() const { return ReadWholeFile(m_output.path); }
-
-private:
-    struct TTempOutput {
-        TTempOutput()
-        {
-            char folder[MAX_PATH], name[MAX_PATH];
-            ::GetTempPathA(MAX_PATH, folder);
-            ::GetTempFileNameA(folder, "vnt", 0, name);
-            path = name;
-            SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-            file = ::CreateFileA(name, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, &inherit,
-                                 CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-        }
-        ~TTempOutput() { ::CloseHandle(file), ::DeleteFileA(path.c_str()); }
-        std::string path;
-        HANDLE file;
-    } m_output;
-    TChild m_child;
+    std::string m_path;
+    vfc::THandle m_output;
 };
 
 // Runs a command line for up to `timeoutMs` and gives its exit code (0xDEAD
 // if it had to be killed, ~0u if it could not start), and what it printed.
 inline DWORD RunCapture(const std::string& commandLine, std::string& output, DWORD timeoutMs = 60000)
 {
-    TCapturedChild child(commandLine);  // killed on leaving the scope if still running
+    TChild child(commandLine, true);  // killed on leaving the scope if still running
     const DWORD code = child.Wait(timeoutMs);
     output = child.Output();
     return code == STILL_ACTIVE ? 0xDEAD : code;

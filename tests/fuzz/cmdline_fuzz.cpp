@@ -4,11 +4,6 @@
 #include "host/command_line.h"
 #include "tests/fuzz/fuzz_check.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <vector>
-
 namespace {
 
 const vfc::TCmdlineOption kArguments[] = {{"name", 4, 'n'}, {"opt", 2, 'o'}, {"flag", 1, 'f'}, {"", 0, 0}};

@@ -3,11 +3,6 @@
 #include "web/header_text.h"
 #include "tests/fuzz/fuzz_check.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cstdint>
-#include <vector>
-
 namespace {
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;

@@ -3,11 +3,6 @@
 #include "settings/proxy_answer.h"
 #include "tests/fuzz/fuzz_check.h"
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-
 namespace {
 
 using vn_proxy::TScriptAnswer;

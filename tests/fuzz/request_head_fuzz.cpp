@@ -4,9 +4,6 @@
 #include "proxy/request_head.h"
 #include "tests/fuzz/fuzz_check.h"
 
-#include <cstdint>
-#include <cstring>
-
 namespace {
 
 bool BeginsWithMethod(const std::string& text)

@@ -5,10 +5,6 @@
 #include "xml/xml_pull_parser.h"
 #include "tests/fuzz/fuzz_check.h"
 
-#include <cstdint>
-#include <sstream>
-#include <vector>
-
 namespace {
 
 // Walks the events as a caller would, touching what each event allows.

@@ -111,9 +111,9 @@ void ExpectBackTo(const TCounts& baseline, const TServerProcess& server)
 
 // The fetch sample in a process of its own, reading the body without printing
 // it, with its output in a file that the test reads. Killed at the end.
-class TFetchClient : public TCapturedChild {
+class TFetchClient : public TChild {
 public:
-    explicit TFetchClient(const std::string& url) : TCapturedChild(Quoted(BinDir() + "\\fetch.exe") + " " + url + " --count") {}
+    explicit TFetchClient(const std::string& url) : TChild(Quoted(BinDir() + "\\fetch.exe") + " " + url + " --count", true) {}
     bool Answered() const { return Output().find("Status: 200") != std::string::npos; }
 };
 

@@ -216,9 +216,9 @@ TEST_F(Monitors, MonitorsStartAndStopWithTheRootObjectWhileManyClientsComeAndGoW
     m_host.reset();
     const size_t log = LogSize();
     for (int round = 0; round < 4; ++round) {
-        std::vector<std::unique_ptr<TCapturedChild>> clients;
+        std::vector<std::unique_ptr<TChild>> clients;
         for (int i = 0; i < 6; ++i)
-            clients.push_back(std::make_unique<TCapturedChild>(NetworkEventsSample("0")));
+            clients.push_back(std::make_unique<TChild>(NetworkEventsSample("0"), true));
         for (auto& client : clients)
             EXPECT_EQ(0u, client->Wait(60000)) << "round " << round << ": " << client->Output();
     }
@@ -258,7 +258,7 @@ TEST_F(Monitors, TimerSinksHearEachChangeOfLanAndWanWithinAPeriodWhileRegistered
     // The sample prints what it hears. Killed, it leaves its sink registered between two entries of this one. Last in
     // this file: Wine never lets go of a dead client's references, so the server lives on until the prefix ends.
     m_clientKilled = true;
-    auto client = std::make_unique<TCapturedChild>(NetworkEventsSample("60"));
+    auto client = std::make_unique<TChild>(NetworkEventsSample("60"), true);
     ASSERT_TRUE(WaitUntil([&] { return client->Output().find("Listening") != std::string::npos; }, 20000));
     ASSERT_EQ(S_OK, m_host->RegisterNetworkEventSink(sink.get()));
     SetNetwork(3);
