@@ -101,8 +101,7 @@ protected:
 
 CConfigData Record(bool useSystem, int mode)
 {
-    CConfigData data;
-    data.SetDefaults();
+    CConfigData data = vn_settings_test::Defaults();
     data.m_UseSystemProxy = useSystem, data.m_ProxyMode = mode;
     return data;
 }
@@ -162,8 +161,7 @@ TEST_F(Sheet, TypingWritesThroughAndAPortBeyondTheRangeIsMendedTo80WithAMessage)
     EXPECT_STREQ("Der HTTP-Port ist ung\xFCltig und wird durch einen Standardwert ersetzt werden.", text);
     ::PostMessageA(box.second, WM_COMMAND, IDOK, 0);
     EXPECT_TRUE(vn_test::WaitUntil([&] { return !::IsWindow(box.second); }, 5000));
-    EXPECT_EQ("80", shown.Text(IDC_PORT));
-    EXPECT_EQ(80, m_sheet.WorkingCopy().m_ProxyPort);
+    EXPECT_EQ(std::make_pair(std::string("80"), 80), std::make_pair(shown.Text(IDC_PORT), m_sheet.WorkingCopy().m_ProxyPort));
     Close(shown);
 }
 

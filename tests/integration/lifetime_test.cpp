@@ -1,6 +1,6 @@
 // What a client that dies, or lets go of its objects early, must not make the server do: crash, keep the dead
 // client's threads, handles and sockets, hold the releasing client until the rest of a body has come, or make one
-// request wait for another.
+// request wait for another; and bodies that trickle in, however paced, reach a client in another process whole.
 #include "integration/pipeline_fixture.h"
 
 #include <iphlpapi.h>
@@ -280,6 +280,20 @@ TEST_F(Lifetime, SecondExecuteDoesNotWaitForAFirstRunThatStalled)
     EXPECT_EQ(S_OK, Execute(request.get(), second));
     EXPECT_LT(GetTickCount() - start, 4000u) << "the second Execute waited for the stalled first run";
     EXPECT_EQ(200, Code(second.get()));
+}
+
+// Bodies that come in small pieces with pauses between them, so that the receive thread's reads wait for the network
+// again and again; after a request without a body, and after one whose body went out in blocks.
+TEST_F(Lifetime, TrickledBodiesArriveWholeByLengthAndChunked)
+{
+    for (const wchar_t* verb : {L"GET", L"POST"})
+        for (const char* mode : {"length", "chunked"}) {
+            auto request = Request(Url("/slow?n=30000&piece=700&delay_ms=3&seed=7&mode=") + mode, verb);
+            ASSERT_EQ(S_OK, *verb == L'P' ? WriteBody(request.get(), std::string(20000, 'b')) : S_OK);
+            const TAnswer answer = Answer(request.get());
+            EXPECT_EQ(std::make_tuple(S_OK, S_OK, size_t(30000), answer.digest), std::make_tuple(answer.hr, answer.end, answer.body.size(),
+                      Sha256(answer.body))) << vfc::Narrow(verb) << " " << mode;
+        }
 }
 
 // Fifty clients killed at one moment, in rounds of ten: after each round the server still serves, and at the end it
