@@ -66,21 +66,13 @@ protected:
     TSheet Show(const CConfigData& data)
     {
         m_sheet.WorkingCopy() = data;
-        m_thread = std::thread([this] {
-            m_threadId = ::GetCurrentThreadId();
-            m_result = m_sheet.ShowSheet(nullptr);
-        });
+        m_thread = std::thread([this] { m_threadId = ::GetCurrentThreadId(); m_result = m_sheet.ShowSheet(nullptr); });
         TSheet shown{FindSheet()};
         EXPECT_TRUE(shown.window) << "no sheet appeared";
         ::AttachThreadInput(::GetCurrentThreadId(), m_threadId, TRUE);  // so that the test can give the focus
         return shown;
     }
-    INT_PTR Close(const TSheet& shown, int button = PSBTN_CANCEL)
-    {
-        shown.Press(button);
-        m_thread.join();
-        return m_result;
-    }
+    INT_PTR Close(const TSheet& shown, int button = PSBTN_CANCEL) { shown.Press(button); m_thread.join(); return m_result; }
     void Type(HWND field, const std::string& keys)
     {
         ::SetFocus(field);

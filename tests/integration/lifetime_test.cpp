@@ -72,9 +72,7 @@ int OriginSockets()
     }));
 }
 
-struct TCounts {
-    int threads, handles, sockets;
-};
+struct TCounts { int threads, handles, sockets; };
 
 TCounts CountsOf(DWORD pid) { return {static_cast<int>(ThreadTimes(pid).size()), Handles(pid), OriginSockets()}; }
 
@@ -84,11 +82,7 @@ std::ostream& operator<<(std::ostream& out, const TCounts& c)
 }
 
 // The counts once the server has nothing left to do.
-TCounts Settled(DWORD pid)
-{
-    WaitUntil([pid] { return Idle(pid); }, 15000);
-    return CountsOf(pid);
-}
+TCounts Settled(DWORD pid) { return WaitUntil([pid] { return Idle(pid); }, 15000), CountsOf(pid); }
 
 // The server is idle again, with no more than a few threads (the platform's pools), handles and sockets (one kept-alive
 // connection) over the baseline, and it is still the same process. Under Wine a closed handle's I/O goes on until the
@@ -119,11 +113,7 @@ public:
 
 // Where a client is when it dies: `answered` clients have printed the status line; the others are known to the origin
 // server by the mark in their URL. The origin holds a silent or stalled answer for five minutes.
-struct Moment {
-    const char* name;
-    const char* path;
-    bool answered;
-};
+struct Moment { const char *name, *path; bool answered; };
 
 void PrintTo(const Moment& moment, std::ostream* out) { *out << moment.name; }
 

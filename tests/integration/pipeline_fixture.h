@@ -80,11 +80,7 @@ protected:
     }
     // Executes; the status of Execute, with the result in `result`.
     static HRESULT Execute(IVnWebRequest* request, vfc::TComPtr<IVnWebResult>& result) { return request->Execute(result.put()); }
-    static LONG Code(IVnWebResult* result)
-    {
-        LONG code = -1;
-        return result && SUCCEEDED(result->get_ResultCode(&code)) ? code : -1;
-    }
+    static LONG Code(IVnWebResult* result) { LONG code = -1; return result && SUCCEEDED(result->get_ResultCode(&code)) ? code : -1; }
     static std::string Header(IVnWebResult* result, const wchar_t* name)
     {
         vfc::TBstr value;

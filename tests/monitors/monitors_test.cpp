@@ -34,11 +34,7 @@ struct TSink : vfc::TComObject<TSink, IVnLinkhostNetworkEventSink, IVnLinkhostSe
         return Note("sens", status, type, vfc::Narrow(connection, SysStringLen(connection)) + " ");
     }
     STDMETHODIMP NetworkStatusChanged(ULONG status) override { return Note("wmi", status); }
-    std::string Take()  // what it heard since the last call
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return std::exchange(m_heard, "");
-    }
+    std::string Take() { std::lock_guard<std::mutex> lock(m_mutex); return std::exchange(m_heard, ""); }  // heard since the last
     HRESULT Note(const char* kind, ULONG status, ULONG type = 0, const std::string& connection = "")
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -59,11 +55,7 @@ std::string HeardWithinAPeriod(TSink* sink, const std::string& expected)
 }
 
 // The stand-in Sensapi.dll's answer: alive with these flags, or down with none.
-void SetNetwork(DWORD flags)
-{
-    si::WriteDword(si::kSensapiKey, "Flags", flags);
-    si::WriteDword(si::kSensapiKey, "Alive", flags ? 1 : 0);
-}
+void SetNetwork(DWORD flags) { si::WriteDword(si::kSensapiKey, "Flags", flags); si::WriteDword(si::kSensapiKey, "Alive", flags ? 1 : 0); }
 // How often the server asked IsNetworkAlive since the last call; with `answer`, only those answered so ("1" alive).
 int TakeChecks(const std::string& answer = "")
 {
@@ -113,12 +105,7 @@ protected:
         for (const char* key : {vn_netevents::kKey, si::kSensapiKey})
             RegDeleteTreeA(HKEY_CURRENT_USER, key);
     }
-    void SetUp() override
-    {
-        SetNetwork(1);
-        m_host = CreateRoot();
-        ASSERT_TRUE(m_host);
-    }
+    void SetUp() override { SetNetwork(1); m_host = CreateRoot(); ASSERT_TRUE(m_host); }
     void TearDown() override
     {
         if (m_clientKilled)

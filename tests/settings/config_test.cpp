@@ -19,12 +19,7 @@ const std::string kCannotOpenFile = "Warning " + kLoad + "Cannot open file.", kC
 const std::string kCannotLoadFile = "Error " + kLoad + "XML exception catched. Cannot load file.";
 const std::string kCannotSaveFile = "Warning " + kMethod + "SaveConfiguration]. Message: Cannot save file.";
 
-CConfigData Known()
-{
-    CConfigData d = Defaults();
-    d.m_SkipHeadAuth = true;
-    return d;
-}
+CConfigData Known() { CConfigData d = Defaults(); d.m_SkipHeadAuth = true; return d; }
 CConfigData Unusual()  // every stored field differs from its default
 {
     CConfigData d;

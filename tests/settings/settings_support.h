@@ -89,12 +89,7 @@ inline std::wstring Get(const CConfigData& data, const std::wstring& key, HRESUL
     EXPECT_EQ(expected, vn_config::GetValue(data, key, value)) << vfc::Narrow(key);
     return value;
 }
-inline CConfigData Defaults()
-{
-    CConfigData data;
-    data.SetDefaults();
-    return data;
-}
+inline CConfigData Defaults() { CConfigData data; data.SetDefaults(); return data; }
 
 }  // namespace vn_settings_test
 

@@ -28,11 +28,7 @@ vfc::TComPtr<CVnHTTPHeaders> New(const std::wstring& pairs = L"", std::string* r
     return headers;
 }
 
-std::string Text(const CVnHTTPHeaders* headers)
-{
-    std::string text;
-    return headers->GetHeadersAsText(text) == S_OK ? text : "<failed>";
-}
+std::string Text(const CVnHTTPHeaders* headers) { std::string text; return headers->GetHeadersAsText(text) == S_OK ? text : "<failed>"; }
 
 std::string Lookup(const CVnHTTPHeaders* headers, const wchar_t* name)  // or "<none>" for S_FALSE with the value cleared
 {

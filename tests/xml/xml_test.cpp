@@ -158,12 +158,7 @@ std::string Names(const std::vector<VnNode*>& nodes)
     return names;
 }
 
-std::string Written(const VnDocument& doc, const std::string& indent)
-{
-    std::ostringstream out;
-    doc.Write(out, indent);
-    return out.str();
-}
+std::string Written(const VnDocument& doc, const std::string& indent) { std::ostringstream out; doc.Write(out, indent); return out.str(); }
 
 std::string Load(VnDocument& doc, const std::string& text)
 {

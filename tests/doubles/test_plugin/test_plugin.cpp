@@ -19,10 +19,7 @@ class Plugin : public vfc::TComObject<Plugin, IVnLinkhostPlugin, IVnLinkhostEven
 public:
     explicit Plugin(bool first) : m_first(first) {}
     const bool m_first;  // the second plug-in of this DLL, which comes first
-    void* QueryInterfaceExtra(REFIID iid)
-    {
-        return iid == IID_VnTestExtension ? static_cast<IVnLinkhostEventSink*>(this) : nullptr;
-    }
+    void* QueryInterfaceExtra(REFIID iid) { return iid == IID_VnTestExtension ? static_cast<IVnLinkhostEventSink*>(this) : nullptr; }
     STDMETHODIMP Initialize(IVnLinkhost* host) override
     {
         vfc::TComPtr<IVnLinkhostExtendable> extendable;
