@@ -19,10 +19,7 @@ namespace {
 
 // A platform function that the test program does not link against.
 template <typename Fn>
-Fn Import(const char* dll, const char* name)
-{
-    return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(LoadLibraryA(dll), name)));
-}
+Fn Import(const char* dll, const char* name) { return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(LoadLibraryA(dll), name))); }
 
 // True when the process used less than a tenth of a core over half a second.
 bool Idle(DWORD pid)

@@ -17,10 +17,7 @@ namespace vn_test {
 inline std::string ServerExe() { return BinDir() + "\\VnLinkhost.exe"; }
 inline std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
 
-inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000)
-{
-    return RunAndWait(Quoted(ServerExe()) + " " + arguments, timeoutMs);
-}
+inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000) { return RunAndWait(Quoted(ServerExe()) + " " + arguments, timeoutMs); }
 
 // A handle on the running server process, found by its image name.
 class TServerProcess {

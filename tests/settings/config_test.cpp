@@ -35,10 +35,7 @@ HRESULT Load(CConfigData& data, const std::string* text = nullptr)  // from the 
                 : CVnLinkhostXMLConfigManager().LoadConfiguration(&record);
 }
 HRESULT Save(const CConfigData& data) { return CVnLinkhostXMLConfigManager().SaveConfiguration(&data); }
-std::string Replace(std::string text, const std::string& from, const std::string& to)
-{
-    return text.replace(text.find(from), from.size(), to);
-}
+std::string Replace(std::string text, const std::string& from, const std::string& to) { return text.replace(text.find(from), from.size(), to); }
 const std::string kPrimary = PrimaryFile(), kSecondary = SecondaryFile();
 
 class ConfigFile : public testing::Test {

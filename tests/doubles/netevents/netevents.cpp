@@ -265,10 +265,7 @@ HRESULT Create(REFIID iid, void** ppv)
 
 template <typename T>
 struct TFactory : vfc::TComObject<TFactory<T>, IClassFactory> {
-    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
-    {
-        return outer ? CLASS_E_NOAGGREGATION : Create<T>(iid, ppv);
-    }
+    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override { return outer ? CLASS_E_NOAGGREGATION : Create<T>(iid, ppv); }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
 };
 
