@@ -237,7 +237,7 @@ TEST_F(Monitors, TimerSinksHearEachChangeOfLanAndWanWithinAPeriodWhileRegistered
     ASSERT_EQ(S_OK, m_host->UnRegisterNetworkEventSink(sink.get()));
     TakeChecks();
     SetNetwork(1);
-    Sleep(kPeriod + 500);  // a poll would have asked by now
+    Sleep(kPeriod + kSlack);
     EXPECT_EQ(std::make_pair(std::string(), 0), std::make_pair(sink->Take(), TakeChecks()));
     ASSERT_EQ(S_OK, m_host->RegisterNetworkEventSink(sink.get()));
     EXPECT_EQ("timer 0 2;timer 1 1;", HeardWithinAPeriod(sink.get(), "timer 0 2;timer 1 1;"));
