@@ -1,48 +1,78 @@
-// The configuration sheet on a real display: shown on a thread of this
-// process and driven from the test's thread like a user would, and shown by
-// the real program with -c. The dial-up entries come from the stand-in
-// RASAPI32.DLL.
+// The configuration sheet on a real display: shown on a thread of this process and driven from the test's thread like a
+// user would, and shown by the real program with -c. The dial-up entries come from the stand-in RASAPI32.DLL.
 #include <gtest/gtest.h>
+
+#include <windows.h>
+#include <commctrl.h>
+#include <prsht.h>
 
 #include <thread>
 
 #include "dialog/dialog_ids.h"
 #include "dialog/property_sheet.h"
-#include "dialog/sheet_driver.h"
 #include "server/server_fixture.h"
 #include "tests/doubles/rasapi32/standin_registry.h"
-#include "tests/doubles/test_plugin/plugin_registration.h"
 #include "tests/doubles/test_plugin/recording_page.h"
-#include "tests/settings/config_file_support.h"
+#include "tests/settings/settings_support.h"
 #include "vfc/bstr.h"
 #include "vfc/com_object.h"
 #include "vfc/text.h"
 
 namespace {
 
-using vn_dialog_test::TSheet;
+HWND FindSheet(DWORD timeoutMs = 10000)
+{
+    HWND sheet = nullptr;
+    vn_test::WaitUntil([&] { return (sheet = ::FindWindowA(nullptr, "Internetoptionen")) != nullptr; }, timeoutMs);
+    return sheet;
+}
+
+// A shown sheet, driven from outside its thread as a user would: pages, clicks, the buttons.
+struct TSheet {
+    HWND window;
+    HWND Page() const { return reinterpret_cast<HWND>(::SendMessageA(window, PSM_GETCURRENTPAGEHWND, 0, 0)); }
+    HWND Item(int id) const { return ::GetDlgItem(Page(), id); }
+    void Select(int index) const { ::SendMessageA(window, PSM_SETCURSEL, index, 0); }
+    void Click(int id) const { ::SendMessageA(Item(id), BM_CLICK, 0, 0); }
+    bool Checked(int id) const { return ::SendMessageA(Item(id), BM_GETCHECK, 0, 0) == BST_CHECKED; }
+    bool Enabled(int id) const { return ::IsWindowEnabled(Item(id)) != FALSE; }
+    bool ApplyEnabled() const { return ::IsWindowEnabled(::GetDlgItem(window, 0x3021)) != FALSE; }
+    void Press(int button) const { ::PostMessageA(window, PSM_PRESSBUTTON, button, 0); }
+    std::string Text(int id) const
+    {
+        char text[512] = {};
+        ::SendMessageA(Item(id), WM_GETTEXT, sizeof text, reinterpret_cast<LPARAM>(text));
+        return text;
+    }
+    HWND TabControl() const { return reinterpret_cast<HWND>(::SendMessageA(window, PSM_GETTABCONTROL, 0, 0)); }
+    int TabCount() const { return static_cast<int>(::SendMessageA(TabControl(), TCM_GETITEMCOUNT, 0, 0)); }
+    // The tabs' titles in their order (of a sheet in this process: the platform does not carry the text across processes).
+    std::vector<std::string> Tabs() const
+    {
+        std::vector<std::string> titles(static_cast<size_t>(TabCount()));
+        for (size_t i = 0; i < titles.size(); ++i) {
+            char text[128] = {};
+            TCITEMA item = {};
+            item.mask = TCIF_TEXT, item.pszText = text, item.cchTextMax = sizeof text;
+            ::SendMessageA(TabControl(), TCM_GETITEMA, i, reinterpret_cast<LPARAM>(&item));
+            titles[i] = text;
+        }
+        return titles;
+    }
+};
 
 class Sheet : public testing::Test {
 protected:
     TSheet Show(const CConfigData& data)
     {
         m_sheet.WorkingCopy() = data;
-        m_thread = std::thread([this] {
-            m_threadId = ::GetCurrentThreadId();
-            m_result = m_sheet.ShowSheet(nullptr);
-        });
-        TSheet shown{vn_dialog_test::FindSheet()};
+        m_thread = std::thread([this] { m_threadId = ::GetCurrentThreadId(); m_result = m_sheet.ShowSheet(nullptr); });
+        TSheet shown{FindSheet()};
         EXPECT_TRUE(shown.window) << "no sheet appeared";
         ::AttachThreadInput(::GetCurrentThreadId(), m_threadId, TRUE);  // so that the test can give the focus
         return shown;
     }
-    INT_PTR Close(const TSheet& shown, int button = PSBTN_CANCEL)
-    {
-        shown.Press(button);
-        m_thread.join();
-        return m_result;
-    }
-    // Keystrokes into a field that has the focus, one at a time as typed.
+    INT_PTR Close(const TSheet& shown, int button = PSBTN_CANCEL) { shown.Press(button); m_thread.join(); return m_result; }
     void Type(HWND field, const std::string& keys)
     {
         ::SetFocus(field);
@@ -52,7 +82,7 @@ protected:
     void TearDown() override
     {
         if (m_thread.joinable())
-            Close(TSheet{vn_dialog_test::FindSheet(0)});
+            Close(TSheet{FindSheet(0)});
     }
 
     CVnLinkhostPropertySheet m_sheet;
@@ -63,8 +93,7 @@ protected:
 
 CConfigData Record(bool useSystem, int mode)
 {
-    CConfigData data;
-    data.SetDefaults();
+    CConfigData data = vn_settings_test::Defaults();
     data.m_UseSystemProxy = useSystem, data.m_ProxyMode = mode;
     return data;
 }
@@ -124,8 +153,7 @@ TEST_F(Sheet, TypingWritesThroughAndAPortBeyondTheRangeIsMendedTo80WithAMessage)
     EXPECT_STREQ("Der HTTP-Port ist ung\xFCltig und wird durch einen Standardwert ersetzt werden.", text);
     ::PostMessageA(box.second, WM_COMMAND, IDOK, 0);
     EXPECT_TRUE(vn_test::WaitUntil([&] { return !::IsWindow(box.second); }, 5000));
-    EXPECT_EQ("80", shown.Text(IDC_PORT));
-    EXPECT_EQ(80, m_sheet.WorkingCopy().m_ProxyPort);
+    EXPECT_EQ(std::make_pair(std::string("80"), 80), std::make_pair(shown.Text(IDC_PORT), m_sheet.WorkingCopy().m_ProxyPort));
     Close(shown);
 }
 
@@ -162,7 +190,7 @@ TEST_F(Sheet, ConnectionPageListsTheEntriesShowsTheDefaultAndRefusesOkWithNothin
                       std::make_tuple(m_sheet.WorkingCopy().m_DefaultConnection, shown.Text(IDC_DEFAULT_ENTRY)));
         }
         shown.Press(PSBTN_OK);
-        ::Sleep(300);
+        vn_test::WaitUntil([&] { return !::IsWindow(shown.window); }, 300);
         EXPECT_EQ(entries.empty(), ::IsWindow(shown.window) != FALSE) << "OK with nothing to dial must be refused";
         Close(shown);
     }
@@ -195,16 +223,15 @@ TEST_F(Sheet, PluginPagesTakeTheirPlaceByHintAndAreAskedInTheirOrder)
     }
 }
 
-// The real program: -c shows the sheet over the stored record, with the page
-// of the test plug-in at its place; OK stores the working copy, Cancel leaves
-// the file alone.
+// The real program: -c shows the sheet over the stored record, with the page of the test plug-in at its place; OK
+// stores the working copy, Cancel leaves the file alone.
 TEST(ConfigureRole, OkStoresWhatWasChangedAndCancelStoresNothing)
 {
     vn_test::RegisterTestPlugin();
     for (int button : {PSBTN_CANCEL, PSBTN_OK}) {
         vn_config_test::TConfigFilesGuard files;
         vn_test::TChild program(vn_test::Quoted(vn_test::ServerExe()) + " -c");
-        TSheet shown{vn_dialog_test::FindSheet()};
+        TSheet shown{FindSheet()};
         ASSERT_TRUE(shown.window);
         // Proxy, plug-in, connection page: each known by what it shows.
         EXPECT_EQ(3, shown.TabCount());

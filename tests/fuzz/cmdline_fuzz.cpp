@@ -2,16 +2,9 @@
 // picks the ordering, whether the program's word is skipped, and the option tables: the program's own, or ones
 // with arguments that reach the parser's other paths. The rest is the command line.
 #include "host/command_line.h"
-
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <vector>
+#include "tests/fuzz/fuzz_check.h"
 
 namespace {
-
-void Check(bool condition) { condition ? void() : std::abort(); }
 
 const vfc::TCmdlineOption kArguments[] = {{"name", 4, 'n'}, {"opt", 2, 'o'}, {"flag", 1, 'f'}, {"", 0, 0}};
 const char* const kShort[] = {g_szVnLinkhostShortOptions, "W;a:b::h", "+a:c", "-hb::"};

@@ -1,19 +1,12 @@
 // libFuzzer target for the raw header block reader and the Content-Length cut
 // (see run-fuzz). The input is a block as the platform hands it over.
 #include "web/header_text.h"
-
-#include <algorithm>
-#include <cctype>
-#include <cstdint>
-#include <cstdlib>
-#include <vector>
+#include "tests/fuzz/fuzz_check.h"
 
 namespace {
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 const size_t npos = std::string::npos;
-
-void Check(bool condition) { condition ? void() : std::abort(); }
 
 bool Has(const std::string& text, const char* chars) { return text.find_first_of(chars) != npos; }
 bool Trimmed(const std::string& s) { return s.empty() || (!std::isspace(s[0] & 255) && !std::isspace(s.back() & 255)); }

@@ -1,19 +1,12 @@
 // libFuzzer target for the reader of a proxy script's answer (see run-fuzz).
 // The input is the answer as the script engine gives it.
 #include "settings/proxy_answer.h"
-
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
+#include "tests/fuzz/fuzz_check.h"
 
 namespace {
 
 using vn_proxy::TScriptAnswer;
 const size_t npos = std::string::npos;
-
-void Check(bool condition) { condition ? void() : std::abort(); }
 
 bool Blank(char c) { return c != '\0' && std::strchr(" \t\r\n", c) != nullptr; }
 

@@ -1,20 +1,10 @@
-// libFuzzer target for the local proxy's request head reader (see run-fuzz).
-// The first byte of the input cuts the rest into reads: bit i set ends a read
-// after byte i of each eight; the reads go to one reader, as from one client
-// on a kept-alive connection.
+// libFuzzer target for the local proxy's request head reader (see run-fuzz). The first byte of the input cuts the rest
+// into reads: bit i set ends a read after byte i of each eight; the reads go to one reader, as from one client on a
+// kept-alive connection.
 #include "proxy/request_head.h"
-
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
-// A broken rule is named on stderr beside the finding.
-#define Check(condition) \
-    ((condition) ? void() : (std::fprintf(stderr, "broken at line %d: %s\n", __LINE__, #condition), std::abort()))
+#include "tests/fuzz/fuzz_check.h"
 
 namespace {
-
 
 bool BeginsWithMethod(const std::string& text)
 {

@@ -3,15 +3,9 @@
 // but events or an XmlPullParserException (crash, sanitizer report, leak, hang) is a fault.
 #include "xml/vn_document.h"
 #include "xml/xml_pull_parser.h"
-
-#include <cstdint>
-#include <cstdlib>
-#include <sstream>
-#include <vector>
+#include "tests/fuzz/fuzz_check.h"
 
 namespace {
-
-void Check(bool condition) { condition ? void() : std::abort(); }
 
 // Walks the events as a caller would, touching what each event allows.
 void DriveParser(const std::string& document, uint8_t mode)

@@ -12,7 +12,7 @@
 #include "host/log.h"
 #include "host/logger.h"
 #include "host/module.h"
-#include "tests/settings/config_file_support.h"
+#include "tests/settings/settings_support.h"
 #include "vfc/bstr.h"
 #include "vfc/com_ptr.h"
 

@@ -1,6 +1,5 @@
-// The proxy script's download: direct, fetched once per process into the
-// cache file and reused, or fetched anew when forced; and the automatic
-// search, which finds the script's address by the platform's discovery.
+// The proxy script's download: direct, fetched once per process into the cache file and reused, or fetched anew when
+// forced; and the automatic search, which finds the script's address by the platform's discovery.
 #include "integration/pipeline_fixture.h"
 
 #include "host/platform_seams.h"
@@ -25,9 +24,7 @@ BOOL WINAPI Discover(LPSTR url, DWORD length, DWORD)
 // In this order: the automatic search below relies on the cache filled here.
 TEST_F(ProxyScript, IsFetchedOnceAndReusedUnlessForced)
 {
-    char folder[MAX_PATH];
-    GetTempPathA(MAX_PATH, folder);
-    const std::string file = std::string(folder) + "vn-script.pac";
+    const std::string file = BinDir() + "\\vn-script.pac";
     // The script's path, whether the download is forced; the status, what the destination holds afterwards (null: not written).
     const std::tuple<const char*, bool, HRESULT, const char*> cases[] = {
         {"/status/404", false, S_FALSE, nullptr},          // nothing cached yet

@@ -1,62 +1,35 @@
-// What a client that dies, or lets go of its objects early, may do to the
-// server, and what the server must not do in return: crash, keep the dead
-// client's threads, handles and sockets, hold the releasing client until the
-// rest of a body has come, or make one request wait for another.
+// What a client that dies, or lets go of its objects early, must not make the server do: crash, keep the dead
+// client's threads, handles and sockets, hold the releasing client until the rest of a body has come, or make one
+// request wait for another; and bodies that trickle in, however paced, reach a client in another process whole.
 #include "integration/pipeline_fixture.h"
 
 #include <iphlpapi.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
 #include <thread>
 #include <vector>
-
-#include "vfc/text.h"
 
 namespace vn_test {
 namespace {
 
 // A platform function that the test program does not link against.
 template <typename Fn>
-Fn Import(const char* dll, const char* name)
-{
-    return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(LoadLibraryA(dll), name)));
-}
+Fn Import(const char* dll, const char* name) { return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(LoadLibraryA(dll), name))); }
 
-ULONGLONG Ms(const FILETIME& time) { return (ULONGLONG(time.dwHighDateTime) << 32 | time.dwLowDateTime) / 10000; }
-
-// CPU time of each thread of the process, in ms. GetProcessTimes answers 0
-// for another process under Wine; the threads' own times are real.
-std::map<DWORD, ULONGLONG> ThreadTimes(DWORD pid)
-{
-    std::map<DWORD, ULONGLONG> times;
-    vfc::THandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-    THREADENTRY32 entry = {};
-    entry.dwSize = sizeof entry;
-    for (BOOL ok = snapshot && Thread32First(snapshot.get(), &entry); ok; ok = Thread32Next(snapshot.get(), &entry)) {
-        vfc::THandle thread(entry.th32OwnerProcessID == pid
-                                ? OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, entry.th32ThreadID)
-                                : nullptr);
-        FILETIME created, ended, kernel, user;
-        if (thread && GetThreadTimes(thread.get(), &created, &ended, &kernel, &user))
-            times[entry.th32ThreadID] = Ms(kernel) + Ms(user);
-    }
-    return times;
-}
-
-// True when the process used less than a tenth of a core over one second.
+// True when the process used less than a tenth of a core over half a second.
 bool Idle(DWORD pid)
 {
     const auto before = ThreadTimes(pid);
-    Sleep(1000);
+    Sleep(500);
     ULONGLONG used = 0;
     for (const auto& thread : ThreadTimes(pid))
         used += thread.second - (before.count(thread.first) ? before.at(thread.first) : 0);
-    return used < 100;
+    return used < 50;
 }
 
 // Entries of the system's handle table that the process owns (Wine does not
@@ -72,12 +45,9 @@ int Handles(DWORD pid)
          buffer.resize(buffer.size() * 2))
         if (buffer.size() >= (64u << 20))
             return -1;
+    const auto* entries = reinterpret_cast<const Entry*>(buffer.data() + sizeof(void*));  // behind the count
     const ULONG count = *reinterpret_cast<const ULONG*>(buffer.data());
-    const auto* entries = reinterpret_cast<const Entry*>(buffer.data() + sizeof(void*));
-    int owned = 0;
-    for (ULONG i = 0; i < count; ++i)
-        owned += entries[i].ownerPid == pid;
-    return owned;
+    return static_cast<int>(std::count_if(entries, entries + count, [pid](const Entry& e) { return e.ownerPid == pid; }));
 }
 
 // Established connections to the origin server's plain listener. The test
@@ -94,16 +64,12 @@ int OriginSockets()
     const auto table = reinterpret_cast<PMIB_TCPTABLE>(buffer.data());
     if (getTable(table, &size, FALSE) != NO_ERROR)
         return -1;
-    int count = 0;
-    for (DWORD i = 0; i < table->dwNumEntries; ++i)  // ports are in network order
-        count += table->table[i].dwState == MIB_TCP_STATE_ESTAB &&
-                 table->table[i].dwRemotePort == (((port & 0xFF) << 8) | (port >> 8));
-    return count;
+    return static_cast<int>(std::count_if(table->table, table->table + table->dwNumEntries, [port](const MIB_TCPROW& row) {
+        return row.dwState == MIB_TCP_STATE_ESTAB && row.dwRemotePort == (((port & 0xFF) << 8) | (port >> 8));  // network order
+    }));
 }
 
-struct TCounts {
-    int threads, handles, sockets;
-};
+struct TCounts { int threads, handles, sockets; };
 
 TCounts CountsOf(DWORD pid) { return {static_cast<int>(ThreadTimes(pid).size()), Handles(pid), OriginSockets()}; }
 
@@ -113,17 +79,12 @@ std::ostream& operator<<(std::ostream& out, const TCounts& c)
 }
 
 // The counts once the server has nothing left to do.
-TCounts Settled(DWORD pid)
-{
-    WaitUntil([pid] { return Idle(pid); }, 15000);
-    return CountsOf(pid);
-}
+TCounts Settled(DWORD pid) { return WaitUntil([pid] { return Idle(pid); }, 15000), CountsOf(pid); }
 
-// The server is idle again, with no more than a few threads (the platform's
-// pools), handles and sockets (one kept-alive connection) over the baseline,
-// and it is still the same process. Under Wine a closed handle's I/O goes on
-// until the server answers, the platform's receive time-out ends it, or the
-// platform has read the rest of the body: hence the generous wait.
+// The server is idle again, with no more than a few threads (the platform's pools), handles and sockets (one kept-alive
+// connection) over the baseline, and it is still the same process. Under Wine a closed handle's I/O goes on until the
+// server answers, the platform's receive time-out ends it, or the platform has read the rest of the body: hence the
+// generous wait.
 void ExpectBackTo(const TCounts& baseline, const TServerProcess& server)
 {
     TCounts now = {};
@@ -139,45 +100,25 @@ void ExpectBackTo(const TCounts& baseline, const TServerProcess& server)
     EXPECT_TRUE(server.alive()) << "the server process ended";
 }
 
-// Runs `work(i)` on `count` threads of the multithreaded apartment at once.
-void OnThreads(int count, const std::function<void(int)>& work)
-{
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i)
-        threads.emplace_back([&work, i] {
-            CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-            work(i);
-            CoUninitialize();
-        });
-    for (auto& thread : threads)
-        thread.join();
-}
-
 // The fetch sample in a process of its own, reading the body without printing
 // it, with its output in a file that the test reads. Killed at the end.
-class TFetchClient : public TCapturedChild {
+class TFetchClient : public TChild {
 public:
-    explicit TFetchClient(const std::string& url) : TCapturedChild(Quoted(BinDir() + "\\fetch.exe") + " " + url + " --count") {}
+    explicit TFetchClient(const std::string& url) : TChild(Quoted(BinDir() + "\\fetch.exe") + " " + url + " --count", true) {}
     bool Answered() const { return Output().find("Status: 200") != std::string::npos; }
 };
 
-// Where a client is when it dies: `answered` clients have printed the status
-// line; the others are known to the origin server by the mark in their URL.
-// The origin holds a silent or stalled answer for five minutes.
-struct Moment {
-    const char* name;
-    const char* path;
-    bool answered;
-};
+// Where a client is when it dies: `answered` clients have printed the status line; the others are known to the origin
+// server by the mark in their URL. The origin holds a silent or stalled answer for five minutes.
+struct Moment { const char *name, *path; bool answered; };
 
 void PrintTo(const Moment& moment, std::ostream* out) { *out << moment.name; }
 
 const Moment kMoments[] = {
     {"BlockedInExecute", "/silent?", false},
     {"BlockedInRead", "/stall?n=1000000&sent=20000", true},
-    // 32 MiB at up to 16 MB/s. Under Wine closing the request reads the rest
-    // of the body, so the body must end; on a closed connection, since the
-    // platform keeps a drained kept-alive one for a minute.
+    // 32 MiB at up to 16 MB/s. Under Wine closing the request reads the rest of the body, so the body must end; on a
+    // closed connection, since the platform keeps a drained kept-alive one for a minute.
     {"InTheMiddleOfALongBody", "/slow?n=33554432&piece=65536&delay_ms=4&mode=close", true},
 };
 
@@ -206,27 +147,7 @@ protected:
         return FetchChecked(Url("/bytes?n=100000&mode=close&seed=") + std::to_string(seed));
     }
 
-    // Executes a GET, reads up to 64 KiB of the body and lets go of stream,
-    // result and request; how long the letting go took, in ms.
-    static DWORD ReleaseAfterAPartialRead(const std::string& url)
-    {
-        auto request = Request(url, L"GET");
-        vfc::TComPtr<IVnWebResult> result;
-        vfc::TComPtr<IVnStream> stream;
-        SAFEARRAY* data = nullptr;
-        EXPECT_EQ(S_OK, Execute(request.get(), result));
-        EXPECT_EQ(S_OK, result ? result->get_DataStream(stream.put()) : E_POINTER);
-        EXPECT_EQ(S_OK, stream ? stream->Read(65536, &data) : E_POINTER);
-        SafeArrayDestroy(data);
-        const DWORD start = GetTickCount();
-        stream.reset();
-        result.reset();
-        request.reset();
-        return GetTickCount() - start;
-    }
-
-    // Starts `count` clients on the moment's URL, waits until each is there
-    // and kills them all.
+    // Starts `count` clients on the moment's URL, waits until each is there and kills them all.
     static void KillClientsAt(const Moment& moment, int count)
     {
         const std::string mark = "client=" + std::to_string(GetTickCount()) + "-";
@@ -255,13 +176,10 @@ protected:
                 ok = arrived();
             }
             if (!ok && refused()) {
-                // Wine's RPC runtime now and then loses its listener for good
-                // after clients died: the server's listening thread waits with
-                // no pipe instance, every new process is refused with
-                // 0x800706BB, and the connected ones are served on. Nothing in
-                // the server can mend that (nor end it under Wine, where dead
-                // clients' references stay): what is left to check is that the
-                // connected client is served.
+                // Wine's RPC runtime now and then loses its listener for good after clients died: the server's
+                // listening thread waits with no pipe instance, every new process is refused with 0x800706BB, and the
+                // connected ones are served on. Nothing in the server can mend that (nor end it under Wine, where dead
+                // clients' references stay): what is left to check is that the connected client is served.
                 clients.clear();
                 ASSERT_EQ("", Healthy(100)) << "the connected client must still be served";
                 GTEST_SKIP() << "Wine's RPC listener of the server takes no new processes any more (0x800706BB)";
@@ -271,10 +189,9 @@ protected:
     }
 };
 
-// Clients that come while the last one leaves: the root object is built anew
-// each time, and a late release must not undo the new object's setup. First
-// of this file: a killed client's reference would keep the object for good.
-// The clients are script processes, each activating and letting go in a loop.
+// Clients that come while the last one leaves: the root object is built anew each time, and a late release must not
+// undo the new object's setup. First of this file: a killed client's reference would keep the object for good. The
+// clients are script processes, each activating and letting go in a loop.
 class LastRelease : public Lifetime {};
 
 TEST_F(LastRelease, ActivationsRacingTheLastReleaseAllSucceedInOneServer)
@@ -282,9 +199,7 @@ TEST_F(LastRelease, ActivationsRacingTheLastReleaseAllSucceedInOneServer)
     const TServerProcess server;
     s_root.reset();  // the test's own reference would keep the object alive
     const size_t log = LogSize();
-    char folder[MAX_PATH];
-    GetTempPathA(MAX_PATH, folder);
-    const std::string script = std::string(folder) + "vn-activations.vbs";
+    const std::string script = BinDir() + "\\vn-activations.vbs";
     std::ofstream(script) << "On Error Resume Next\r\n"
                              "For i = 1 To 60\r\n"
                              "  Set host = CreateObject(\"VnLinkhost.VnLinkhostObject\")\r\n"
@@ -294,9 +209,13 @@ TEST_F(LastRelease, ActivationsRacingTheLastReleaseAllSucceedInOneServer)
                              "Next\r\n";
     std::vector<std::string> outputs(4);
     std::vector<DWORD> codes(4);
-    OnThreads(4, [&](int i) { codes[i] = RunCapture("cscript.exe //nologo " + Quoted(script), outputs[i], 120000); });
+    std::vector<std::thread> clients;
     for (int i = 0; i < 4; ++i)
+        clients.emplace_back([&, i] { codes[i] = RunCapture("cscript.exe //nologo " + Quoted(script), outputs[i], 120000); });
+    for (int i = 0; i < 4; ++i) {
+        clients[i].join();
         EXPECT_EQ(0u, codes[i]) << outputs[i];
+    }
     DeleteFileA(script.c_str());
     EXPECT_GT(CountLogLinesSince(log, " starting up"), 2) << "the last release never met a new activation";
     EXPECT_EQ(server.pid(), FindProcess("VnLinkhost.exe")) << "the server ended, or a second one served";
@@ -307,15 +226,12 @@ TEST_F(LastRelease, ActivationsRacingTheLastReleaseAllSucceedInOneServer)
 
 TEST_F(Lifetime, DestinationIsReachableOnlyWithAComplete200)
 {
-    vfc::TBstr good(vfc::Widen(Url("/echo"))), missing(vfc::Widen(Url("/status/404"))),
-        refused(vfc::Widen(Url("/", "refused")));
-    VARIANT_BOOL reachable = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, s_root->CheckDestinationReachable(good.get(), &reachable));
-    EXPECT_EQ(VARIANT_TRUE, reachable);
-    EXPECT_EQ(S_OK, s_root->CheckDestinationReachable(missing.get(), &reachable));
-    EXPECT_EQ(VARIANT_FALSE, reachable);
-    EXPECT_EQ(S_OK, s_root->CheckDestinationReachable(refused.get(), &reachable));
-    EXPECT_EQ(VARIANT_FALSE, reachable);
+    for (auto [url, expected] : {std::make_pair(Url("/echo"), VARIANT_TRUE), std::make_pair(Url("/status/404"), VARIANT_FALSE),
+                                 std::make_pair(Url("/", "refused"), VARIANT_FALSE)}) {
+        VARIANT_BOOL reachable = VARIANT_BOOL(~expected);
+        EXPECT_EQ(S_OK, s_root->CheckDestinationReachable(vfc::TBstr(vfc::Widen(url)).get(), &reachable));
+        EXPECT_EQ(expected, reachable) << url;
+    }
 }
 
 TEST_F(Lifetime, ResultReleasedAfterAPartialReadDoesNotWaitForTheRestOfTheBody)
@@ -323,8 +239,17 @@ TEST_F(Lifetime, ResultReleasedAfterAPartialReadDoesNotWaitForTheRestOfTheBody)
     const TServerProcess server;
     TCounts baseline = {};
     for (int i = 0; i < 4; ++i) {
+        auto request = Request(Url("/bytes?n=67108864&mode=close"), L"GET");
+        vfc::TComPtr<IVnWebResult> result;
+        vfc::TComPtr<IVnStream> stream;
+        vn_streams::TSafeArray data;
+        ASSERT_EQ(S_OK, Execute(request.get(), result));
+        ASSERT_EQ(S_OK, result->get_DataStream(stream.put()));
+        ASSERT_EQ(S_OK, stream->Read(65536, data.put()));
+        const DWORD start = GetTickCount();
+        stream.reset(), result.reset(), request.reset();
         // Taking in the rest of 64 MiB would keep the client for seconds.
-        ASSERT_LT(ReleaseAfterAPartialRead(Url("/bytes?n=67108864&mode=close")), 2000u) << "release " << i;
+        ASSERT_LT(GetTickCount() - start, 2000u) << "release " << i;
         if (i == 0)
             baseline = Settled(server.pid());
     }
@@ -334,8 +259,7 @@ TEST_F(Lifetime, ResultReleasedAfterAPartialReadDoesNotWaitForTheRestOfTheBody)
 
 TEST_F(Lifetime, SecondExecuteDoesNotWaitForAFirstRunThatStalled)
 {
-    // The one byte of the body comes 8 s after the head: the first run's
-    // receive thread waits in the platform until then.
+    // The one byte of the body comes 8 s after the head: the first run's receive thread waits in the platform until then.
     auto request = Request(Url("/slow?n=1&piece=1&delay_ms=8000"), L"GET");
     vfc::TComPtr<IVnWebResult> first, second;
     ASSERT_EQ(S_OK, Execute(request.get(), first));
@@ -345,10 +269,23 @@ TEST_F(Lifetime, SecondExecuteDoesNotWaitForAFirstRunThatStalled)
     EXPECT_EQ(200, Code(second.get()));
 }
 
-// Fifty clients killed at one moment, in rounds of ten: after each round
-// the server still serves, and at the end it holds what it held after the
-// first. Registered at start-up, these run after every other test of the
-// program, since a server that crashes here leaves a stale registration.
+// Bodies that come in small pieces with pauses between them, so that the receive thread's reads wait for the network
+// again and again; after a request without a body, and after one whose body went out in blocks.
+TEST_F(Lifetime, TrickledBodiesArriveWholeByLengthAndChunked)
+{
+    for (const wchar_t* verb : {L"GET", L"POST"})
+        for (const char* mode : {"length", "chunked"}) {
+            auto request = Request(Url("/slow?n=30000&piece=700&delay_ms=3&seed=7&mode=") + mode, verb);
+            ASSERT_EQ(S_OK, *verb == L'P' ? WriteBody(request.get(), std::string(20000, 'b')) : S_OK);
+            const TAnswer answer = Answer(request.get());
+            EXPECT_EQ(std::make_tuple(S_OK, S_OK, size_t(30000), answer.digest), std::make_tuple(answer.hr, answer.end, answer.body.size(),
+                      Sha256(answer.body))) << vfc::Narrow(verb) << " " << mode;
+        }
+}
+
+// Fifty clients killed at one moment, in rounds of ten: after each round the server still serves, and at the end it
+// holds what it held after the first. Registered at start-up, these run after every other test of the program, since a
+// server that crashes here leaves a stale registration.
 class ClientDeath : public Lifetime, public testing::WithParamInterface<Moment> {};
 
 TEST_P(ClientDeath, FiftyKilledClientsLeaveNoThreadsHandlesOrSockets)

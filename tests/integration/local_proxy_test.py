@@ -14,7 +14,6 @@ import select
 import socket
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
@@ -40,9 +39,9 @@ def wait_for(predicate, seconds=60):
     return any(predicate() or time.sleep(0.1) for _ in range(int(seconds * 10)))
 
 
-def curl(holder, *args, seconds=120):
+def curl(holder, *args, seconds=120, **more):
     return subprocess.run(["curl", "-sS", "--max-time", str(seconds), "-x", "http://127.0.0.1:%d" % holder.port] +
-                          list(args), capture_output=True, timeout=seconds + 10)
+                          list(args), capture_output=True, timeout=seconds + 10, **more)
 
 
 def connect(holder):
@@ -96,13 +95,12 @@ class PassesResponsesThrough(unittest.TestCase):
     def test_status_headers_and_body(self):
         for mode, holder in HOLDERS.items():
             for path, code, body in self.CASES:
-                with self.subTest(mode=mode, path=path), tempfile.TemporaryDirectory() as folder:
-                    head, data = os.path.join(folder, "head"), os.path.join(folder, "body")
-                    run = curl(holder, "-D", head, "-o", data, ORIGINS[mode] + path)
+                with self.subTest(mode=mode, path=path):
+                    run = curl(holder, "-i", ORIGINS[mode] + path)
                     self.assertEqual(0, run.returncode, run.stderr)
-                    lines = pathlib.Path(head).read_bytes().decode().split("\r\n")
+                    head, _, received = run.stdout.partition(b"\r\n\r\n")
+                    lines = head.decode().split("\r\n")
                     headers = dict(line.lower().split(": ", 1) for line in lines[1:] if ": " in line)
-                    received = pathlib.Path(data).read_bytes() if os.path.exists(data) else b""
                     self.assertRegex(lines[0], r"^HTTP/1\.[01] %s " % code)
                     if body == "digest":
                         self.assertEqual(headers["x-body-sha256"], hashlib.sha256(received).hexdigest())
@@ -115,10 +113,8 @@ class PassesResponsesThrough(unittest.TestCase):
         # No two line feeds in a row: the head's end is looked for as "\n\n" first.
         body = hashlib.shake_256(b"upload").digest(4 << 20).replace(b"\n", b"\r")
         for mode, holder in HOLDERS.items():
-            with self.subTest(mode=mode), tempfile.NamedTemporaryFile() as f:
-                f.write(body)
-                f.flush()
-                run = curl(holder, "--data-binary", "@" + f.name, ORIGINS[mode] + "/upload")
+            with self.subTest(mode=mode):
+                run = curl(holder, "--data-binary", "@-", ORIGINS[mode] + "/upload", input=body)
                 self.assertEqual(0, run.returncode, run.stderr)
                 answer = json.loads(run.stdout)
                 self.assertEqual((len(body), hashlib.sha256(body).hexdigest()), (answer["length"], answer["sha256"]))

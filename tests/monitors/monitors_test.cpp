@@ -1,11 +1,9 @@
-// The three network monitors as a client meets them: the real server started
-// on demand, sinks of this process called back across processes, the
-// stand-in Sensapi.dll told the network's flags, and the stand-ins for the
-// COM+ event system and WMI registered for as long as these tests run.
+// The three network monitors as a client meets them: the real server started on demand, sinks of this process called
+// back across processes, the stand-in Sensapi.dll told the network's flags, and the stand-ins for the COM+ event system
+// and WMI registered for as long as these tests run.
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <tlhelp32.h>
 
 #include <memory>
 #include <mutex>
@@ -36,11 +34,7 @@ struct TSink : vfc::TComObject<TSink, IVnLinkhostNetworkEventSink, IVnLinkhostSe
         return Note("sens", status, type, vfc::Narrow(connection, SysStringLen(connection)) + " ");
     }
     STDMETHODIMP NetworkStatusChanged(ULONG status) override { return Note("wmi", status); }
-    std::string Take()  // what it heard since the last call
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return std::exchange(m_heard, "");
-    }
+    std::string Take() { std::lock_guard<std::mutex> lock(m_mutex); return std::exchange(m_heard, ""); }  // heard since the last
     HRESULT Note(const char* kind, ULONG status, ULONG type = 0, const std::string& connection = "")
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -61,11 +55,7 @@ std::string HeardWithinAPeriod(TSink* sink, const std::string& expected)
 }
 
 // The stand-in Sensapi.dll's answer: alive with these flags, or down with none.
-void SetNetwork(DWORD flags)
-{
-    si::WriteDword(si::kSensapiKey, "Flags", flags);
-    si::WriteDword(si::kSensapiKey, "Alive", flags ? 1 : 0);
-}
+void SetNetwork(DWORD flags) { si::WriteDword(si::kSensapiKey, "Flags", flags); si::WriteDword(si::kSensapiKey, "Alive", flags ? 1 : 0); }
 // How often the server asked IsNetworkAlive since the last call; with `answer`, only those answered so ("1" alive).
 int TakeChecks(const std::string& answer = "")
 {
@@ -74,8 +64,8 @@ int TakeChecks(const std::string& answer = "")
     return Count(calls, "IsNetworkAlive=" + answer);
 }
 
-// Has the stand-ins raise an event in the server and gives the subscribers'
-// answer. With `upAfterChecks`, the network comes up once the server asked that often.
+// Has the stand-ins raise an event in the server and gives the subscribers' answer. With `upAfterChecks`, the network
+// comes up once the server asked that often.
 HRESULT Raise(const std::vector<std::string>& request, int upAfterChecks = 0)
 {
     si::WriteList(vn_netevents::kKey, "Raise", request);
@@ -88,17 +78,6 @@ HRESULT Raise(const std::vector<std::string>& request, int upAfterChecks = 0)
         SetNetwork(1);
     }
     return WaitForSingleObject(raised.get(), 15000) ? E_ABORT : si::ReadDword(vn_netevents::kKey, "Result", ~0u);
-}
-
-int Threads(DWORD pid)
-{
-    vfc::THandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-    THREADENTRY32 entry = {};
-    entry.dwSize = sizeof entry;
-    int count = 0;
-    for (BOOL ok = Thread32First(snapshot.get(), &entry); ok; ok = Thread32Next(snapshot.get(), &entry))
-        count += entry.th32OwnerProcessID == pid;
-    return count;
 }
 
 std::string NetworkEventsSample(const char* seconds) { return Quoted(BinDir() + "\\network_events.exe") + " " + seconds; }
@@ -126,12 +105,7 @@ protected:
         for (const char* key : {vn_netevents::kKey, si::kSensapiKey})
             RegDeleteTreeA(HKEY_CURRENT_USER, key);
     }
-    void SetUp() override
-    {
-        SetNetwork(1);
-        m_host = CreateRoot();
-        ASSERT_TRUE(m_host);
-    }
+    void SetUp() override { SetNetwork(1); m_host = CreateRoot(); ASSERT_TRUE(m_host); }
     void TearDown() override
     {
         if (m_clientKilled)
@@ -181,8 +155,7 @@ TEST_F(Monitors, SensSubscriptionsLiveWithTheRootObjectAndEventsReachTheSinksUnt
         {S_OK, {"ConnectionLost", "LAN-Verbindung", "1"}, S_OK, "sens 0 LAN-Verbindung 1;", "sens 0 LAN-Verbindung 1;"},
         {S_OK, {"ConnectionMadeNoQOCInfo", "Einwahl", "2"}, S_OK, "sens 1 Einwahl 2;", "sens 1 Einwahl 2;"},
         {E_ACCESSDENIED, {"ConnectionLost", "Einwahl", "2"}, E_ACCESSDENIED, "sens 0 Einwahl 2;", ""},
-        {S_OK, {"ConnectionMade", "LAN", "1"}, E_NOTIMPL, "", ""},
-        {S_OK, {"DestinationReachable", "LAN", "1"}, E_NOTIMPL, "", ""},
+        {S_OK, {"ConnectionMade", "LAN", "1"}, E_NOTIMPL, "", ""}, {S_OK, {"DestinationReachable", "LAN", "1"}, E_NOTIMPL, "", ""},
         {S_OK, {"DestinationReachableNoQOCInfo", "LAN", "1"}, E_NOTIMPL, "", ""},
     };
     for (auto& [answer, event, result, firstHears, secondHears] : events) {
@@ -226,13 +199,13 @@ TEST_F(Monitors, WmiSinksHearOneStatusOnlyWhenTheNetworkSettlesInTheAnnouncedSta
 TEST_F(Monitors, MonitorsStartAndStopWithTheRootObjectWhileManyClientsComeAndGoWithoutADeadlockOrALeftThread)
 {
     TServerProcess server;
-    const int running = Threads(server.pid());  // with the monitors running for one client
+    const int running = int(ThreadTimes(server.pid()).size());  // with the monitors running for one client
     m_host.reset();
     const size_t log = LogSize();
     for (int round = 0; round < 4; ++round) {
-        std::vector<std::unique_ptr<TCapturedChild>> clients;
+        std::vector<std::unique_ptr<TChild>> clients;
         for (int i = 0; i < 6; ++i)
-            clients.push_back(std::make_unique<TCapturedChild>(NetworkEventsSample("0")));
+            clients.push_back(std::make_unique<TChild>(NetworkEventsSample("0"), true));
         for (auto& client : clients)
             EXPECT_EQ(0u, client->Wait(60000)) << "round " << round << ": " << client->Output();
     }
@@ -240,7 +213,7 @@ TEST_F(Monitors, MonitorsStartAndStopWithTheRootObjectWhileManyClientsComeAndGoW
     m_host = CreateRoot();
     ASSERT_TRUE(m_host);
     int now = 0;
-    EXPECT_TRUE(WaitUntil([&] { return (now = Threads(server.pid())) <= running; }, 15000))
+    EXPECT_TRUE(WaitUntil([&] { return (now = int(ThreadTimes(server.pid()).size())) <= running; }, 15000))
         << running << " threads before, " << now << " now";
     EXPECT_EQ(5u, si::ReadList(vn_netevents::kKey, "Subscriptions").size());
     EXPECT_EQ(5u, si::ReadList(vn_netevents::kKey, "Queries").size());
@@ -269,11 +242,10 @@ TEST_F(Monitors, TimerSinksHearEachChangeOfLanAndWanWithinAPeriodWhileRegistered
     ASSERT_EQ(S_OK, m_host->RegisterNetworkEventSink(sink.get()));
     EXPECT_EQ("timer 0 2;timer 1 1;", HeardWithinAPeriod(sink.get(), "timer 0 2;timer 1 1;"));
 
-    // The sample prints what it hears. Killed, it leaves its sink registered
-    // between two entries of this one. Last in this file: Wine never lets go of
-    // a dead client's references, so the server lives on until the prefix ends.
+    // The sample prints what it hears. Killed, it leaves its sink registered between two entries of this one. Last in
+    // this file: Wine never lets go of a dead client's references, so the server lives on until the prefix ends.
     m_clientKilled = true;
-    auto client = std::make_unique<TCapturedChild>(NetworkEventsSample("60"));
+    auto client = std::make_unique<TChild>(NetworkEventsSample("60"), true);
     ASSERT_TRUE(WaitUntil([&] { return client->Output().find("Listening") != std::string::npos; }, 20000));
     ASSERT_EQ(S_OK, m_host->RegisterNetworkEventSink(sink.get()));
     SetNetwork(3);

@@ -17,18 +17,6 @@ struct THeadCase {
     std::string head, fragment;
 };
 
-// Feeds the reads as the connection would get them; a read that completes the head is consumed.
-void Feed(CVnRequestHead& head, const THeadCase& c, int& result)
-{
-    for (const std::string& read : c.reads) {
-        std::unique_ptr<char[]> buffer(new char[read.size() + 1]);
-        read.copy(buffer.get(), read.size());
-        DWORD size = static_cast<DWORD>(read.size());
-        result = head.ParseRequestHead(buffer, size);
-        EXPECT_EQ(result == 0, !buffer && size == 0) << read;
-    }
-}
-
 TEST(RequestHead, IsCollectedFromReadsThatBeginWithAMethod)
 {
     const THeadCase cases[] = {
@@ -55,13 +43,15 @@ TEST(RequestHead, IsCollectedFromReadsThatBeginWithAMethod)
     for (const THeadCase& c : cases) {
         CVnRequestHead head;
         int result = -1;
-        Feed(head, c, result);
-        EXPECT_EQ(c.result, result) << c.reads[0];
-        EXPECT_EQ(c.head, head.m_strHead) << c.reads[0];
-        EXPECT_EQ(c.fragment, std::string(head.m_bodyFragment.begin(), head.m_bodyFragment.end())) << c.reads[0];
-        if (c.result == 0) {
-            EXPECT_EQ(c.fragment.size(), head.m_bodyReceived) << c.reads[0];
+        for (const std::string& read : c.reads) {  // as the connection gets them; a read that completes the head is consumed
+            std::unique_ptr<char[]> buffer(new char[read.size() + 1]);
+            DWORD size = static_cast<DWORD>(read.copy(buffer.get(), read.size()));
+            result = head.ParseRequestHead(buffer, size);
+            EXPECT_EQ(result == 0, !buffer && size == 0) << read;
         }
+        EXPECT_EQ(std::make_tuple(c.result, c.head, c.fragment, c.result ? head.m_bodyReceived : DWORD(c.fragment.size())),
+                  std::make_tuple(result, head.m_strHead, std::string(head.m_bodyFragment.begin(), head.m_bodyFragment.end()),
+                                  head.m_bodyReceived)) << c.reads[0];
     }
 }
 
@@ -88,14 +78,10 @@ TEST(ResponseFraming, FollowsTheMethodTheStatusAndTheHeaders)
 {
     // The method, the status, whether a Content-Length came, the Transfer-Encoding; the framing.
     const std::tuple<const char*, LONG, bool, const char*, vn_proxy::TBodyFraming> cases[] = {
-        {"HEAD", 200, true, "chunked", vn_proxy::FramingNone},
-        {"GET", 204, false, "", vn_proxy::FramingNone},
-        {"GET", 304, false, "", vn_proxy::FramingNone},
-        {"GET", 101, false, "", vn_proxy::FramingNone},
-        {"GET", 200, true, "", vn_proxy::FramingAsIs},
-        {"POST", 500, false, "Chunked", vn_proxy::FramingChunked},
-        {"GET", 200, false, "", vn_proxy::FramingUntilClose},
-        {"GET", 200, false, "gzip", vn_proxy::FramingUntilClose},
+        {"HEAD", 200, true, "chunked", vn_proxy::FramingNone}, {"GET", 204, false, "", vn_proxy::FramingNone},
+        {"GET", 304, false, "", vn_proxy::FramingNone}, {"GET", 101, false, "", vn_proxy::FramingNone},
+        {"GET", 200, true, "", vn_proxy::FramingAsIs}, {"POST", 500, false, "Chunked", vn_proxy::FramingChunked},
+        {"GET", 200, false, "", vn_proxy::FramingUntilClose}, {"GET", 200, false, "gzip", vn_proxy::FramingUntilClose},
     };
     for (auto& [method, status, length, coding, framing] : cases)
         EXPECT_EQ(framing, vn_proxy::ResponseFraming(method, status, length, coding)) << method << status;

@@ -1,4 +1,5 @@
-// The real server's exe, a client's root object in it, and its process.
+// The real server's exe, a client's root object in it, and its process; the test plug-in (vn_test_plugin.dll beside
+// the test programs) put into the plug-in category of the test prefix, and taken out again.
 #pragma once
 
 #include <windows.h>
@@ -16,10 +17,7 @@ namespace vn_test {
 inline std::string ServerExe() { return BinDir() + "\\VnLinkhost.exe"; }
 inline std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
 
-inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000)
-{
-    return RunAndWait(Quoted(ServerExe()) + " " + arguments, timeoutMs);
-}
+inline DWORD RunServer(const std::string& arguments, DWORD timeoutMs = 60000) { return RunAndWait(Quoted(ServerExe()) + " " + arguments, timeoutMs); }
 
 // A handle on the running server process, found by its image name.
 class TServerProcess {
@@ -56,5 +54,19 @@ inline bool ShutDownServer(vfc::TComPtr<IVnLinkhost>& host, DWORD ms = 10000)
     host.reset();
     return server.WaitGone(ms);
 }
+
+inline const std::string kPluginCategoryId = "{566E4C48-60C4-4777-A4B1-D178F6C1AE38}";
+inline const std::string kTestPluginKey = "CLSID\\{9A1C0E55-2B7D-4C1E-9F3A-5D6E7F801234}";  // CLSID_VnTestPlugin
+inline const std::string kFirstPluginKey = "CLSID\\{9A1C0E55-2B7D-4C1E-9F3A-5D6E7F801233}";  // CLSID_VnTestPluginFirst
+
+inline void RegisterTestPlugin(const std::string& key = kTestPluginKey)
+{
+    const std::string dll = BinDir() + "\\vn_test_plugin.dll", server = key + "\\InprocServer32",
+                      category = key + "\\Implemented Categories\\" + kPluginCategoryId;
+    ::RegSetKeyValueA(HKEY_CLASSES_ROOT, server.c_str(), nullptr, REG_SZ, dll.c_str(), DWORD(dll.size() + 1));
+    ::RegSetKeyValueA(HKEY_CLASSES_ROOT, server.c_str(), "ThreadingModel", REG_SZ, "Both", 5);
+    ::RegSetKeyValueA(HKEY_CLASSES_ROOT, category.c_str(), nullptr, REG_SZ, "", 1);
+}
+inline void UnregisterTestPlugin(const std::string& key = kTestPluginKey) { ::RegDeleteTreeA(HKEY_CLASSES_ROOT, key.c_str()); }
 
 }  // namespace vn_test

@@ -1,6 +1,5 @@
 // The configuration record, its file "VnLinkhost.xml" in the test prefix (found here, not asked of the product),
 // and its keys: the exact bytes, how a text or a file is laid over a record, the roaming folder, bad files.
-#include "tests/settings/config_file_support.h"
 #include "tests/settings/settings_support.h"
 
 using namespace vn_config_test;
@@ -20,12 +19,7 @@ const std::string kCannotOpenFile = "Warning " + kLoad + "Cannot open file.", kC
 const std::string kCannotLoadFile = "Error " + kLoad + "XML exception catched. Cannot load file.";
 const std::string kCannotSaveFile = "Warning " + kMethod + "SaveConfiguration]. Message: Cannot save file.";
 
-CConfigData Known()
-{
-    CConfigData d = Defaults();
-    d.m_SkipHeadAuth = true;
-    return d;
-}
+CConfigData Known() { CConfigData d = Defaults(); d.m_SkipHeadAuth = true; return d; }
 CConfigData Unusual()  // every stored field differs from its default
 {
     CConfigData d;
@@ -41,10 +35,7 @@ HRESULT Load(CConfigData& data, const std::string* text = nullptr)  // from the 
                 : CVnLinkhostXMLConfigManager().LoadConfiguration(&record);
 }
 HRESULT Save(const CConfigData& data) { return CVnLinkhostXMLConfigManager().SaveConfiguration(&data); }
-std::string Replace(std::string text, const std::string& from, const std::string& to)
-{
-    return text.replace(text.find(from), from.size(), to);
-}
+std::string Replace(std::string text, const std::string& from, const std::string& to) { return text.replace(text.find(from), from.size(), to); }
 const std::string kPrimary = PrimaryFile(), kSecondary = SecondaryFile();
 
 class ConfigFile : public testing::Test {
@@ -166,13 +157,6 @@ TEST_F(ConfigFile, RoamingFileIsCopiedIntoTheLocalFolderAndMissingOrUnwritableFi
     WriteBytes(kSecondary, CrLf(ToXml(Unusual())));
     EXPECT_EQ(S_OK, Load(data = Defaults()));
     EXPECT_EQ(std::make_tuple(Fields(Unusual()), 2), std::make_tuple(Fields(data), LogLines(kCannotSaveFile)));
-}
-
-std::wstring Get(const CConfigData& data, const std::wstring& key, HRESULT expected = S_OK)
-{
-    std::wstring value = L"<untouched>";
-    EXPECT_EQ(expected, vn_config::GetValue(data, key, value)) << vfc::Narrow(key);
-    return value;
 }
 
 TEST(ConfigKeys, ReachTheirOwnFieldsOrTheWholeRecordAsTextAndUnknownKeysFailWithALine)

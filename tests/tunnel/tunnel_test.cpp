@@ -28,9 +28,8 @@
 
 namespace {
 
-using vn_test::CountLogLinesSince;
-using vn_test::LogSize;
-int Port(const char* server, const char* name = "port") { return std::atoi(vn_test::ReadyLine(server)[name].c_str()); }
+using namespace vn_test;
+int Port(const char* server, const char* name = "port") { return std::atoi(ReadyLine(server)[name].c_str()); }
 
 // What the stand-in answers to option 67: the socket as Windows does, Wine's own answer (a size of 0, then
 // socket 0), a size of 0 for ever, or no socket.
@@ -41,11 +40,7 @@ enum TSocketAnswer { AsWindows, AsWine, NoSize, NoSocket };
 class TConnectStandIn {
 public:
     explicit TConnectStandIn(int proxyPort, TSocketAnswer answer = AsWindows) : m_port(proxyPort), m_answer(answer) { s_self = this; }
-    ~TConnectStandIn()
-    {
-        for (auto& entry : m_requests)
-            ::closesocket(entry.second.socket);
-    }
+    ~TConnectStandIn() { for (auto& entry : m_requests) ::closesocket(entry.second.socket); }
     int sends = 0;
 
 private:
@@ -144,12 +139,7 @@ vfc::TComPtr<CVnWebTunnel> Tunnel(const std::string& proxy, const char* listener
     EXPECT_EQ(S_OK, tunnel->Init(vfc::TBstr(L"127.0.0.1").get(), Port("VN_ORIGIN", listener), record, nullptr, client));
     return tunnel;
 }
-LONG LocalPort(IVnWebTunnel* tunnel)
-{
-    LONG port = -1;
-    tunnel->get_LocalPort(&port);
-    return port;
-}
+LONG LocalPort(IVnWebTunnel* tunnel) { LONG port = -1; return tunnel->get_LocalPort(&port), port; }
 
 // Sends the bytes through a local port while reading them back, then closes: what came back, with "<closed>"
 // where the other end closed or reset the connection, or "<failed>". A reader that lags behind lets the echo
@@ -184,7 +174,7 @@ std::string Echo(LONG port, const std::string& bytes, const char* address = "127
     return back;
 }
 
-// curl through a local port, in its own (native) process: the body's SHA-256 and the origin's, on two lines.
+// curl through a local port, in its own (native) process; at the end the body's SHA-256 must be the origin's.
 class TCurl {
 public:
     explicit TCurl(LONG port, int seed) : m_stem("/tmp/vn-tunnel-curl-" + std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(seed))
@@ -194,28 +184,21 @@ public:
         vn_test::TChild("/bin/sh -c \"(curl -sS --max-time 120 -D " + m_stem + ".head '" + url + "' | sha256sum | cut -c1-64; sed -n " +
                         "'s/^X-Body-Sha256: //p' " + m_stem + ".head) >" + m_stem + ".out 2>&1; mv " + m_stem + ".out " + m_stem + ".done\"");
     }
-    std::string Digests() const
+    void ExpectWholeBody() const
     {
         std::string path = "Z:" + m_stem + ".done";
         std::replace(path.begin(), path.end(), '/', '\\');
         vn_test::WaitUntil([&] { return ::GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }, 180000);
-        std::string digests = vn_test::ReadWholeFile(path);
+        std::string digests = vn_test::ReadWholeFile(path);  // the body's and the origin's, on two lines
         digests.erase(std::remove(digests.begin(), digests.end(), '\r'), digests.end());
         ::DeleteFileA(path.c_str());
         ::DeleteFileA(("Z:" + m_stem + ".head").c_str());
-        return digests;
+        EXPECT_TRUE(digests.size() == 130 && digests.substr(0, 64) == digests.substr(65, 64)) << digests;
     }
 
 private:
     std::string m_stem;
 };
-void ExpectWholeBodies(std::vector<TCurl>& curls)
-{
-    for (TCurl& curl : curls) {
-        const std::string digests = curl.Digests();
-        EXPECT_TRUE(digests.size() == 130 && digests.substr(0, 64) == digests.substr(65, 64)) << digests;
-    }
-}
 
 class Tunnels : public testing::Test {
 protected:
@@ -258,7 +241,8 @@ TEST_F(Tunnels, CarryBytesBothWaysForManyClientsDirectlyAndThroughProxies)
             client.join();
         for (int i = 0; i < 12; ++i)
             EXPECT_TRUE(back[i] == sent[i]) << proxy << " client " << i << " got " << back[i].size() << " bytes";
-        ExpectWholeBodies(curls);
+        for (const TCurl& curl : curls)
+            curl.ExpectWholeBody();
         // The port is on the loopback address alone; the direct path never touches the internet client.
         EXPECT_EQ("<failed>", Echo(LocalPort(echoes[0].get()), "x", "127.0.0.2"));
         EXPECT_EQ(sends, standIn.sends) << proxy;
@@ -344,11 +328,8 @@ TEST_F(Tunnels, TheServerMakesThemForASession)
                   std::make_tuple(localHost.str(), remoteHost.str(), remotePort));
         // Without a decision the port listens but is not handed to the pump.
         EXPECT_EQ(direct ? 1 : 0, CountLogLinesSince(log, "After added tunnel socket to queue"));
-        if (direct) {
-            std::vector<TCurl> curls;
-            curls.emplace_back(LocalPort(tunnel.get()), 100);
-            ExpectWholeBodies(curls);
-        }
+        if (direct)
+            TCurl(LocalPort(tunnel.get()), 100).ExpectWholeBody();
     }
     vn_test::ShutDownServer(root);
 }

@@ -28,11 +28,7 @@ vfc::TComPtr<CVnHTTPHeaders> New(const std::wstring& pairs = L"", std::string* r
     return headers;
 }
 
-std::string Text(const CVnHTTPHeaders* headers)
-{
-    std::string text;
-    return headers->GetHeadersAsText(text) == S_OK ? text : "<failed>";
-}
+std::string Text(const CVnHTTPHeaders* headers) { std::string text; return headers->GetHeadersAsText(text) == S_OK ? text : "<failed>"; }
 
 std::string Lookup(const CVnHTTPHeaders* headers, const wchar_t* name)  // or "<none>" for S_FALSE with the value cleared
 {
@@ -153,10 +149,8 @@ TEST(Result, RefusesNullOutPointersAndNamesAHeaderItLacks)
     ASSERT_EQ(S_OK, CVnWebResult::Create(result.put()));
     ASSERT_EQ(S_OK, result->SetRawHeaders("HTTP/1.1 204 No Content\r\nServer: vn\r\n"));
     vfc::TBstr name(L"Server"), missing(L"Date"), value;
-    EXPECT_EQ(E_POINTER, result->get_ResultCode(nullptr));
-    EXPECT_EQ(E_POINTER, result->get_Headers(nullptr));
-    EXPECT_EQ(E_POINTER, result->get_DataStream(nullptr));
-    EXPECT_EQ(E_POINTER, result->GetHeaderValue(name.get(), nullptr));
+    EXPECT_EQ(std::make_tuple(E_POINTER, E_POINTER, E_POINTER, E_POINTER), std::make_tuple(result->get_ResultCode(nullptr),
+              result->get_Headers(nullptr), result->get_DataStream(nullptr), result->GetHeaderValue(name.get(), nullptr)));
     EXPECT_EQ(E_INVALIDARG, result->GetHeaderValue(missing.get(), value.put()));
     EXPECT_EQ(S_OK, result->GetHeaderValue(name.get(), value.put()));
     EXPECT_EQ(L"vn", value.str());

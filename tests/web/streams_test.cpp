@@ -40,27 +40,17 @@ std::string Pattern(size_t size, unsigned state)
 
 const BYTE* Data(const std::string& bytes) { return reinterpret_cast<const BYTE*>(bytes.data()); }
 
-// This test program once more, running only ClientProcess.DISABLED_SleepsUntilKilled.
 const std::string kClientCommand = "\"" + vn_test::ThisProgram() + "\" --gtest_also_run_disabled_tests --gtest_filter=ClientProcess.DISABLED_*";
 
 template <typename Stream>
-vfc::TComPtr<Stream> New()
-{
-    vfc::TComPtr<Stream> stream;
-    EXPECT_EQ(S_OK, Stream::Create(stream.put()));
-    return stream;
-}
+vfc::TComPtr<Stream> New() { vfc::TComPtr<Stream> stream; EXPECT_EQ(S_OK, Stream::Create(stream.put())); return stream; }
 
 LONG Put(CVnQueueCustomStream* stream, const std::string& bytes, LONG start = 0, LONG count = -1)
 {
     return stream->WriteToQueue(Data(bytes), start, count < 0 ? static_cast<LONG>(bytes.size()) : count);
 }
 
-LONG Available(IVnStream* stream)
-{
-    LONG count = -2;
-    return stream->get_AvailableBytes(&count) == S_OK ? count : -3;
-}
+LONG Available(IVnStream* stream) { LONG count = -2; return stream->get_AvailableBytes(&count) == S_OK ? count : -3; }
 
 std::string Status(HRESULT hr)
 {

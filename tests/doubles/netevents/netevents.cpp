@@ -194,9 +194,8 @@ struct TEventSystem : vfc::TComObject<TEventSystem, IEventSystem> {
     VN_NOTIMPL(QueryS, BSTR, BSTR, IUnknown**) VN_NOTIMPL(RemoveS, BSTR, BSTR)
 };
 
-// WMI in one object: the locator, the namespace it connects to, and the
-// unsecured apartment, whose stub is the object itself since in one process
-// there is nothing to secure.
+// WMI in one object: the locator, the namespace it connects to, and the unsecured apartment, whose stub is the object
+// itself since in one process there is nothing to secure.
 struct TWmi : vfc::TComObject<TWmi, IWbemLocator, IWbemServices, IClientSecurity, IUnsecuredApartment> {
     STDMETHODIMP ConnectServer(const BSTR resource, const BSTR, const BSTR, const BSTR, LONG, const BSTR, IWbemContext*,
                                IWbemServices** services) override
@@ -266,10 +265,7 @@ HRESULT Create(REFIID iid, void** ppv)
 
 template <typename T>
 struct TFactory : vfc::TComObject<TFactory<T>, IClassFactory> {
-    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
-    {
-        return outer ? CLASS_E_NOAGGREGATION : Create<T>(iid, ppv);
-    }
+    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override { return outer ? CLASS_E_NOAGGREGATION : Create<T>(iid, ppv); }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
 };
 

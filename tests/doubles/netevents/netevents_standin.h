@@ -1,17 +1,13 @@
-// Stand-ins for the platform's event services that Wine lacks: the COM+ event
-// system behind SENS (CEventSystem, CEventSubscription, under the platform's
-// class ids), and WMI's event notification (a locator that CLSID_WbemLocator
-// is treated as, and the unsecured apartment). A test registers them as
-// in-process classes for as long as it runs (kStandInClasses, kTreatAs). They live in
-// the process that creates them, keep what they are given under
-// HKCU\Software\VnLinkhostTest\NetEvents of the test prefix, and call their
-// subscribers on a thread of their own when a test asks:
-//   "Subscriptions" (MULTI_SZ): each stored subscription as
-//       "prog id|subscription id|name|method|event class|per user";
+// Stand-ins for the platform's event services that Wine lacks: the COM+ event system behind SENS (CEventSystem,
+// CEventSubscription, under the platform's class ids), and WMI's event notification (a locator that CLSID_WbemLocator
+// is treated as, and the unsecured apartment). A test registers them as in-process classes for as long as it runs
+// (kStandInClasses, kTreatAs). They live in the process that creates them, keep what they are given under
+// HKCU\Software\VnLinkhostTest\NetEvents of the test prefix, and call their subscribers on a thread of their own when a
+// test asks:
+//   "Subscriptions" (MULTI_SZ): each stored subscription as "prog id|subscription id|name|method|event class|per user";
 //   "Queries" (MULTI_SZ): each notification query as "namespace|language|query|flags";
-//   "Raise" (MULTI_SZ): the next event, an ISensNetwork method with the
-//       connection and the type ("ConnectionLost", "LAN", "1"), or "Indicate"
-//       with the classes of the objects, one each;
+//   "Raise" (MULTI_SZ): the next event, an ISensNetwork method with the connection and the type ("ConnectionLost",
+//       "LAN", "1"), or "Indicate" with the classes of the objects, one each;
 //   "Result" (DWORD): the subscribers' answer to it.
 // A test sets "Raise", signals kRaise, and waits for kRaised.
 #pragma once

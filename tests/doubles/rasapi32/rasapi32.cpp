@@ -1,10 +1,8 @@
-// Stand-in for the platform's RASAPI32.DLL (Wine's has no phone book and no
-// connections), told under HKCU\Software\VnLinkhostTest\Ras: "Entries" and
-// "Connected" (MULTI_SZ), the phone book and the connections in order; what
-// RasDialA answers ("DialError"), the state a connection reports ("ConnState"),
-// whether all handles died ("DeadHandles"), status queries that still find a
-// hung-up connection ("HangUpPolls"), all DWORD. A handle
-// comes from the entry's place in the phone book: it outlives each load.
+// Stand-in for the platform's RASAPI32.DLL (Wine's has no phone book and no connections), told under
+// HKCU\Software\VnLinkhostTest\Ras: "Entries" and "Connected" (MULTI_SZ), the phone book and the connections in order;
+// what RasDialA answers ("DialError"), the state a connection reports ("ConnState"), whether all handles died
+// ("DeadHandles"), status queries that still find a hung-up connection ("HangUpPolls"), all DWORD. A handle comes from
+// the entry's place in the phone book: it outlives each load.
 #include <windows.h>
 
 #include <algorithm>
@@ -111,38 +109,27 @@ extern "C" DWORD WINAPI RasEnumConnectionsA(TRasConn* connections, LPDWORD cb, L
 extern "C" DWORD WINAPI RasGetConnectStatusA(TRasConnHandle handle, TRasConnStatus* status)
 {
     const std::string entry = EntryOf(handle);
-    DWORD result = 0;
-    if (!status) {
-        result = ERROR_INVALID_PARAMETER;
-    } else if (status->dwSize != sizeof(TRasConnStatus)) {
-        result = kErrorInvalidSize;
-    } else if (vn_standin::ReadDword(kRasKey, "DeadHandles", 0) || entry.empty() || IndexOf(Connected(), entry) < 0) {
-        result = kErrorInvalidHandle;
-    } else if (vn_standin::ReadText(kRasKey, "HangingUp") == entry) {
-        // Hung up: the handle dies only after a few queries that find it disconnected.
-        DWORD left = vn_standin::ReadDword(kRasKey, "PollsLeft", 0);
-        if (left == 0) {
-            SetConnected(entry, false);
-            vn_standin::WriteText(kRasKey, "HangingUp", "");
-            result = kErrorInvalidHandle;
-        } else {
-            vn_standin::WriteDword(kRasKey, "PollsLeft", left - 1);
-            status->rasconnstate = kStateDisconnected;
-        }
-    } else {
-        status->rasconnstate = vn_standin::ReadDword(kRasKey, "ConnState", kStateConnected);
-    }
-    return Journal("RasGetConnectStatusA", entry, result);
+    const auto answer = [&](DWORD result) { return Journal("RasGetConnectStatusA", entry, result); };
+    if (!status || status->dwSize != sizeof(TRasConnStatus))
+        return answer(status ? kErrorInvalidSize : ERROR_INVALID_PARAMETER);
+    if (vn_standin::ReadDword(kRasKey, "DeadHandles", 0) || entry.empty() || IndexOf(Connected(), entry) < 0)
+        return answer(kErrorInvalidHandle);
+    if (vn_standin::ReadText(kRasKey, "HangingUp") != entry)
+        return status->rasconnstate = vn_standin::ReadDword(kRasKey, "ConnState", kStateConnected), answer(0);
+    // Hung up: the handle dies only after a few queries that find it disconnected.
+    const DWORD left = vn_standin::ReadDword(kRasKey, "PollsLeft", 0);
+    if (left)
+        return vn_standin::WriteDword(kRasKey, "PollsLeft", left - 1), status->rasconnstate = kStateDisconnected, answer(0);
+    SetConnected(entry, false);
+    vn_standin::WriteText(kRasKey, "HangingUp", "");
+    return answer(kErrorInvalidHandle);
 }
 
 extern "C" DWORD WINAPI RasGetEntryDialParamsA(LPCSTR, TRasDialParams* params, LPBOOL password)
 {
-    DWORD result = 0;
-    if (!params || params->dwSize != sizeof(TRasDialParams)) {
-        result = kErrorInvalidSize;
-    } else if (IndexOf(Entries(), params->szEntryName) < 0) {
-        result = 623;  // ERROR_CANNOT_FIND_PHONEBOOK_ENTRY
-    } else {
+    const bool valid = params && params->dwSize == sizeof(TRasDialParams);
+    const DWORD result = !valid ? kErrorInvalidSize : IndexOf(Entries(), params->szEntryName) < 0 ? 623 : 0;  // 623: no such entry
+    if (result == 0) {
         lstrcpynA(params->szUserName, (std::string("user of ") + params->szEntryName).c_str(), sizeof params->szUserName);
         lstrcpynA(params->szPassword, "secret", sizeof params->szPassword);
         if (password)
@@ -153,31 +140,25 @@ extern "C" DWORD WINAPI RasGetEntryDialParamsA(LPCSTR, TRasDialParams* params, L
 
 extern "C" DWORD WINAPI RasDialA(void*, LPCSTR, TRasDialParams* params, DWORD, void* notifier, TRasConnHandle* handle)
 {
-    DWORD result = kErrorInvalidSize;
-    std::string entry;
-    if (params && handle && params->dwSize == sizeof(TRasDialParams)) {
-        entry = params->szEntryName;
-        result = vn_standin::ReadDword(kRasKey, "DialError", 0);
-        if (result == 0)
-            SetConnected(entry, true);
-        // A failed dial has a handle too, which the caller must hang up to free the port.
-        *handle = HandleOf(entry);
-    }
-    return Journal("RasDialA", entry + "," + (params ? params->szUserName : "") + (notifier ? ",notifier" : ""), result);
+    if (!params || !handle || params->dwSize != sizeof(TRasDialParams))
+        return Journal("RasDialA", params ? "," + std::string(params->szUserName) : ",", kErrorInvalidSize);
+    const std::string entry = params->szEntryName;
+    const DWORD result = vn_standin::ReadDword(kRasKey, "DialError", 0);
+    if (result == 0)
+        SetConnected(entry, true);
+    *handle = HandleOf(entry);  // a failed dial has a handle too, which the caller must hang up to free the port
+    return Journal("RasDialA", entry + "," + params->szUserName + (notifier ? ",notifier" : ""), result);
 }
 
 extern "C" DWORD WINAPI RasHangUpA(TRasConnHandle handle)
 {
     const std::string entry = EntryOf(handle);
-    if (!entry.empty() && IndexOf(Connected(), entry) >= 0) {
-        DWORD polls = vn_standin::ReadDword(kRasKey, "HangUpPolls", 0);
-        if (polls == 0) {
-            SetConnected(entry, false);
-        } else {
-            vn_standin::WriteText(kRasKey, "HangingUp", entry);
-            vn_standin::WriteDword(kRasKey, "PollsLeft", polls);
-        }
-    }
+    const DWORD polls = vn_standin::ReadDword(kRasKey, "HangUpPolls", 0);
+    const bool up = !entry.empty() && IndexOf(Connected(), entry) >= 0;
+    if (up && polls == 0)
+        SetConnected(entry, false);
+    else if (up)
+        vn_standin::WriteText(kRasKey, "HangingUp", entry), vn_standin::WriteDword(kRasKey, "PollsLeft", polls);
     return Journal("RasHangUpA", entry, 0);
 }
 

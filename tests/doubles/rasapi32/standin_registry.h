@@ -42,10 +42,7 @@ DWORD ReadDword(const C* key, const C* name, DWORD fallback)
 }
 
 template <typename C>
-void WriteDword(const C* key, const C* name, DWORD value)
-{
-    Set(key, name, REG_DWORD, &value, sizeof value);
-}
+void WriteDword(const C* key, const C* name, DWORD value) { Set(key, name, REG_DWORD, &value, sizeof value); }
 
 template <typename C>
 std::basic_string<C> ReadText(const C* key, const C* name)
@@ -90,9 +87,6 @@ inline void WriteList(const char* key, const char* name, const std::vector<std::
     Set(key, name, REG_MULTI_SZ, data.data(), data.size());
 }
 
-inline void Journal(const char* key, const std::string& entry)
-{
-    WriteText(key, kCalls, ReadText(key, kCalls) + entry + ";");
-}
+inline void Journal(const char* key, const std::string& entry) { WriteText(key, kCalls, ReadText(key, kCalls) + entry + ";"); }
 
 }  // namespace vn_standin

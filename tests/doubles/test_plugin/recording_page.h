@@ -7,6 +7,7 @@
 #include <olectl.h>
 
 #include <string>
+#include <utility>
 
 #include "vfc/com_object.h"
 #include "vfc/com_ptr.h"
@@ -27,14 +28,7 @@ public:
                                          rect->right - rect->left, rect->bottom - rect->top, parent, nullptr, nullptr, nullptr);
         return S_OK;
     }
-    STDMETHODIMP Deactivate() override
-    {
-        calls += "deactivate;";
-        if (m_window)
-            ::DestroyWindow(m_window);
-        m_window = nullptr;
-        return S_OK;
-    }
+    STDMETHODIMP Deactivate() override { calls += "deactivate;"; ::DestroyWindow(std::exchange(m_window, nullptr)); return S_OK; }
     STDMETHODIMP GetPageInfo(PROPPAGEINFO* info) override
     {
         if (title.empty())

@@ -17,11 +17,9 @@ namespace {
 // The plug-in, which lives on as the sink and the extension it registers.
 class Plugin : public vfc::TComObject<Plugin, IVnLinkhostPlugin, IVnLinkhostEventSink> {
 public:
-    bool m_first = false;  // the second plug-in of this DLL, which comes first
-    void* QueryInterfaceExtra(REFIID iid)
-    {
-        return iid == IID_VnTestExtension ? static_cast<IVnLinkhostEventSink*>(this) : nullptr;
-    }
+    explicit Plugin(bool first) : m_first(first) {}
+    const bool m_first;  // the second plug-in of this DLL, which comes first
+    void* QueryInterfaceExtra(REFIID iid) { return iid == IID_VnTestExtension ? static_cast<IVnLinkhostEventSink*>(this) : nullptr; }
     STDMETHODIMP Initialize(IVnLinkhost* host) override
     {
         vfc::TComPtr<IVnLinkhostExtendable> extendable;
@@ -77,16 +75,15 @@ public:
 
 class Factory : public vfc::TComObject<Factory, IClassFactory> {
 public:
-    bool m_first = false;
+    explicit Factory(bool first) : m_first(first) {}
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
         vfc::TComPtr<Plugin> plugin;
-        HRESULT hr = outer ? CLASS_E_NOAGGREGATION : vfc::CreateInto(plugin);
-        if (SUCCEEDED(hr))
-            plugin->m_first = m_first;
+        const HRESULT hr = outer ? CLASS_E_NOAGGREGATION : vfc::CreateInto(plugin, m_first);
         return SUCCEEDED(hr) ? plugin->QueryInterface(iid, ppv) : hr;
     }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }  // the server never locks a plug-in's factory
+    const bool m_first;
 };
 
 }  // namespace
@@ -95,9 +92,7 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** p
 {
     vfc::TComPtr<Factory> factory;
     const bool known = clsid == CLSID_VnTestPlugin || clsid == CLSID_VnTestPluginFirst;
-    HRESULT hr = known ? vfc::CreateInto(factory) : CLASS_E_CLASSNOTAVAILABLE;
-    if (SUCCEEDED(hr))
-        factory->m_first = clsid == CLSID_VnTestPluginFirst;
+    const HRESULT hr = known ? vfc::CreateInto(factory, clsid == CLSID_VnTestPluginFirst) : CLASS_E_CLASSNOTAVAILABLE;
     return SUCCEEDED(hr) ? factory->QueryInterface(iid, ppv) : hr;
 }
 

@@ -1,5 +1,4 @@
-// The few platform names that the portable parsers use, for the fuzz targets'
-// native build (see run-fuzz).
+// The few platform names that the portable parsers use, for the fuzz targets' native build (see run-fuzz).
 #pragma once
 
 #include <strings.h>
