@@ -14,6 +14,7 @@ import select
 import socket
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
