@@ -46,10 +46,8 @@ bool CreateFolderChain(const std::string& path)
     return true;
 }
 
-void WriteEntry(int level, const std::string& message)
+void WriteEntry(const std::string& message)
 {
-    if (level == kLevelTrace)
-        return;
     SYSTEMTIME now;
     ::GetLocalTime(&now);
     std::string entry = vn_log::BuildEntry(now, ::GetCurrentProcessId(), ::GetCurrentThreadId(),
@@ -67,8 +65,12 @@ void WriteEntry(int level, const std::string& message)
 
 void LogV(int level, const char* format, va_list args)
 {
+    // Trace lines never reach the file: they are not even formatted, so that
+    // the busy paths that trace do not queue on the log lock for nothing.
+    if (level == kLevelTrace)
+        return;
     vfc::TLock lock(LogLock());
-    WriteEntry(level, vfc::FormatV(format, args));
+    WriteEntry(vfc::FormatV(format, args));
 }
 
 }  // namespace
