@@ -18,28 +18,19 @@ void TClientObjects::Add(DWORD pid, void* self, IUnknown* unknown, TryAddRefFn t
     if (pid == 0 || pid == ::GetCurrentProcessId())
         return;
     TLock lock(m_cs);
-    if (const ULONG_PTR watch = _watchOf(pid))
-        m_objects[self] = Entry{watch, unknown, tryAddRef};
-}
-
-ULONG_PTR TClientObjects::_watchOf(DWORD pid)
-{
-    // A watch whose process has ended belongs to an earlier owner of the id;
-    // its own wait disconnects that owner's objects.
-    for (const auto& [id, watch] : m_watches)
-        if (watch.pid == pid && ::WaitForSingleObject(watch.hProcess, 0) == WAIT_TIMEOUT)
-            return id;
-    Watch watch = {pid, ::OpenProcess(SYNCHRONIZE, FALSE, pid), nullptr};
-    if (!watch.hProcess)
-        return 0;
-    const ULONG_PTR id = ++m_lastWatch;
-    if (!::RegisterWaitForSingleObject(&watch.hWait, watch.hProcess, OnProcessEnded, reinterpret_cast<PVOID>(id), INFINITE,
-                                       WT_EXECUTEONLYONCE | WT_EXECUTELONGFUNCTION)) {
-        ::CloseHandle(watch.hProcess);
-        return 0;
+    if (!m_watches.count(pid)) {
+        Watch watch = {::OpenProcess(SYNCHRONIZE, FALSE, pid), nullptr};
+        if (!watch.hProcess)
+            return;
+        if (!::RegisterWaitForSingleObject(&watch.hWait, watch.hProcess, OnProcessEnded,
+                                           reinterpret_cast<PVOID>(static_cast<ULONG_PTR>(pid)), INFINITE,
+                                           WT_EXECUTEONLYONCE | WT_EXECUTELONGFUNCTION)) {
+            ::CloseHandle(watch.hProcess);
+            return;
+        }
+        m_watches[pid] = watch;
     }
-    m_watches[id] = watch;
-    return id;
+    m_objects[self] = Entry{pid, unknown, tryAddRef};
 }
 
 void TClientObjects::Remove(void* self)
@@ -51,12 +42,12 @@ void TClientObjects::Remove(void* self)
 VOID CALLBACK TClientObjects::OnProcessEnded(PVOID param, BOOLEAN)
 {
     const HRESULT init = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    getInstance()._disconnect(reinterpret_cast<ULONG_PTR>(param));
+    getInstance()._disconnect(static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(param)));
     if (SUCCEEDED(init))
         ::CoUninitialize();
 }
 
-void TClientObjects::_disconnect(ULONG_PTR watchId)
+void TClientObjects::_disconnect(DWORD pid)
 {
     // References are taken under the lock, so that no object is freed while
     // it is in hand, and the disconnects run outside it: they release the
@@ -65,7 +56,7 @@ void TClientObjects::_disconnect(ULONG_PTR watchId)
     {
         TLock lock(m_cs);
         for (auto it = m_objects.begin(); it != m_objects.end();) {
-            if (it->second.watch != watchId) {
+            if (it->second.pid != pid) {
                 ++it;
                 continue;
             }
@@ -73,7 +64,7 @@ void TClientObjects::_disconnect(ULONG_PTR watchId)
                 held.push_back(it->second.unknown);
             it = m_objects.erase(it);
         }
-        auto watch = m_watches.find(watchId);
+        auto watch = m_watches.find(pid);
         if (watch != m_watches.end()) {
             ::UnregisterWait(watch->second.hWait);
             ::CloseHandle(watch->second.hProcess);

@@ -6,9 +6,7 @@
 // with them the objects and all they own, for the life of the server. One
 // wait in the platform's thread pool watches each client process; when it
 // ends, every object still registered for it is disconnected, which lets go
-// of the references the dead client held. A process id can be given again
-// before the wait for its last owner has run: objects are bound to the watch
-// of the process that registered them, not to the bare id.
+// of the references the dead client held.
 #pragma once
 
 #include <windows.h>
@@ -35,25 +33,21 @@ public:
 
 private:
     struct Entry {
-        ULONG_PTR watch;
+        DWORD pid;
         IUnknown* unknown;
         TryAddRefFn tryAddRef;
     };
     struct Watch {
-        DWORD pid;
         HANDLE hProcess;
         HANDLE hWait;
     };
 
     static VOID CALLBACK OnProcessEnded(PVOID param, BOOLEAN timedOut);
-    // The watch of the running process `pid`, started if there is none; 0 if it can't be watched.
-    ULONG_PTR _watchOf(DWORD pid);
-    void _disconnect(ULONG_PTR watch);
+    void _disconnect(DWORD pid);
 
     TCriticalSection m_cs;
     std::map<void*, Entry> m_objects;
-    std::map<ULONG_PTR, Watch> m_watches;
-    ULONG_PTR m_lastWatch = 0;
+    std::map<DWORD, Watch> m_watches;
 };
 
 }  // namespace vfc

@@ -48,7 +48,10 @@ void SetTimeouts(HINTERNET handle, const DWORD (&ms)[kTimeoutCount])
 }
 
 // Handles that a thread gave up, closed on a pool thread with the record
-// they were created with.
+// they were created with, after the read pending on them has ended; the
+// platform's own time-outs end a read that waits for the network.
+constexpr DWORD kPendingReadLimitMs = 120000;
+
 struct CloseJob {
     CVnAsyncRecord* pRecord;
     HINTERNET hRequest;
@@ -59,6 +62,8 @@ struct CloseJob {
 DWORD WINAPI CloseJobProc(LPVOID param)
 {
     std::unique_ptr<CloseJob> job(static_cast<CloseJob*>(param));
+    if (job->pRecord && job->hRequest)
+        ::WaitForSingleObject(job->pRecord->hReadIdle.get(), kPendingReadLimitMs);
     if (job->hRequest)
         ::InternetCloseHandle(job->hRequest);
     if (job->hConnect)
@@ -85,7 +90,8 @@ CVnAsyncRecord* CVnAsyncRecord::Create(CVnLinkhostWITransceiver* owner)
         ok = ok && event.valid();
     }
     record->hCancel.reset(::CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    if (!ok || !record->hCancel) {
+    record->hReadIdle.reset(::CreateEventA(nullptr, TRUE, TRUE, nullptr));
+    if (!ok || !record->hCancel || !record->hReadIdle) {
         record->Release();
         return nullptr;
     }
@@ -459,7 +465,10 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
         if (record->buffer.size() < cbBuffer)
             record->buffer.resize(cbBuffer);
         record->cbTransferred = 0;
+        ::ResetEvent(record->hReadIdle.get());
         while (!::InternetReadFile(m_hRequest, record->buffer.data(), cbBuffer, &record->cbTransferred)) {
+            if (::GetLastError() != ERROR_IO_PENDING)
+                ::SetEvent(record->hReadIdle.get());
             LONG code = _processRetryError(method, "Can't read response. (InternetReadFile)");
             if (code == ERROR_INTERNET_FORCE_RETRY)
                 continue;
@@ -467,6 +476,7 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
                 return code;
             break;
         }
+        ::SetEvent(record->hReadIdle.get());  // done, at once or by its completion
         // A chunked body cut off before its last chunk ends here like a whole
         // one: Wine's read gives 0 bytes and success, and so do a second read
         // and a query of the bytes available; only a Content-Length tells.
@@ -645,6 +655,8 @@ void CALLBACK CVnLinkhostWITransceiver::StatusCallback(HINTERNET hInternet, DWOR
         if (status == INTERNET_STATUS_REQUEST_COMPLETE) {
             ctx->dwError = result ? result->dwError : 0;
             ::SetEvent(ctx->hEvent);
+            if (state == StateReadFile)
+                ::SetEvent(record->hReadIdle.get());
         }
         break;
     }

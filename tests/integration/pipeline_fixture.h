@@ -151,11 +151,13 @@ protected:
         HRESULT hr = E_FAIL;
         if (auto request = Request(url, L"GET"))
             hr = Execute(request.get(), result);
-        const std::string body = hr == S_OK ? Body(result.get()) : "";
+        HRESULT end = E_FAIL;
+        const std::string body = hr == S_OK ? Body(result.get(), &end) : "";
         if (hr == S_OK && Code(result.get()) == 200 && Sha256(body) == Header(result.get(), L"X-Body-Sha256"))
             return "";
-        char status[64];
-        snprintf(status, sizeof status, ": 0x%08lX, code %ld, ", static_cast<unsigned long>(hr), Code(result.get()));
+        char status[96];
+        snprintf(status, sizeof status, ": 0x%08lX, code %ld, the body ended with 0x%08lX after ", static_cast<unsigned long>(hr),
+                 Code(result.get()), static_cast<unsigned long>(end));
         return url + status + std::to_string(body.size()) + " bytes";
     }
 
