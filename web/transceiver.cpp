@@ -133,7 +133,7 @@ bool CVnLinkhostWITransceiver::_renewRecord()
     return true;
 }
 
-CVnAsyncRecord* CVnLinkhostWITransceiver::_beginOperation(State state, int event)
+CVnAsyncRecord* CVnLinkhostWITransceiver::_beginOperation(State state, int event, bool reset)
 {
     CVnAsyncRecord* record = m_pRecord;
     if (!record)
@@ -142,7 +142,8 @@ CVnAsyncRecord* CVnLinkhostWITransceiver::_beginOperation(State state, int event
     context.dwState = state;
     context.hEvent = record->hEvents[event].get();
     context.dwError = 0;
-    ::ResetEvent(context.hEvent);
+    if (reset)
+        ::ResetEvent(context.hEvent);
     m_dwOperationStart = ::GetTickCount();
     return record;
 }
@@ -413,17 +414,35 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
         LogLine(vn_log::kError, method, "m_lpfnReceiveDataCallback is not set.");
         return -1;
     }
+    // Under Wine a look at the client and a reset of the read event are each
+    // a call to the server, and the two took half of this loop's time per
+    // block. So the event is reset once for the body, before the first read
+    // (an earlier operation on the same event may have left it set, and a
+    // wait ending on that would end the body early); after that only a read
+    // that pends sets it, and its own wait takes the set.
+    // The client is looked at before the first read and then at most every
+    // kClientLookMs instead of before each read: its death still ends the
+    // loop within that time and one block, and at once while the loop waits
+    // for the network or for room, since those waits watch its process.
+    CVnAsyncRecord* record = _beginOperation(StateReadFile, 1);
+    if (!record)
+        return ERROR_INVALID_HANDLE;
+    ULONGLONG lastLook = 0;
     DWORD read = 0;
     do {
-        const DWORD wait = ::WaitForSingleObject(m_monitor.GetProcess(), 0);
-        if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) {
-            LogLine(vn_log::kErrorDec, method, "Process close WAIT_TIMEOUT", static_cast<int>(WAIT_TIMEOUT));
-            return WAIT_TIMEOUT;
+        const ULONGLONG now = ::GetTickCount64();
+        if (lastLook == 0 || now - lastLook >= kClientLookMs) {
+            lastLook = now ? now : 1;
+            const DWORD wait = ::WaitForSingleObject(m_monitor.GetProcess(), 0);
+            if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) {
+                LogLine(vn_log::kErrorDec, method, "Process close WAIT_TIMEOUT", static_cast<int>(WAIT_TIMEOUT));
+                return WAIT_TIMEOUT;
+            }
+            if (wait == WAIT_FAILED)
+                LogLine(vn_log::kErrorDec, method, "::WaitForSingleObject(m_monitor.GetProcess(), 0) failed.",
+                        static_cast<int>(::GetLastError()));
         }
-        if (wait == WAIT_FAILED)
-            LogLine(vn_log::kErrorDec, method, "::WaitForSingleObject(m_monitor.GetProcess(), 0) failed.",
-                    static_cast<int>(::GetLastError()));
-        CVnAsyncRecord* record = _beginOperation(StateReadFile, 1);
+        record = _beginOperation(StateReadFile, 1, false);
         if (!record)
             return ERROR_INVALID_HANDLE;
         // The platform fills the record's buffer, which outlives a read that

@@ -20,6 +20,8 @@ class CVnLinkhostWITransceiver;
 constexpr const char* kProxyAuthorization = "Proxy-Authorization:";
 // Connect, send and receive: the platform's time-outs each session states.
 constexpr int kTimeoutCount = 3;
+// How long the receive loop goes at most without looking at the client.
+constexpr ULONGLONG kClientLookMs = 10;
 
 // How a URL is split for the opening operations. The version is always empty.
 struct ConnectionParts {
@@ -103,9 +105,10 @@ private:
     std::string _handOverLogin(INTERNET_SCHEME scheme);
     LONG _processRetryError(const char* method, const char* message);
     LONG _closeHandleInternet(HINTERNET* pHandle);
-    // Prepares the context for one operation on one of the three events;
-    // null when the transceiver has no record.
-    CVnAsyncRecord* _beginOperation(State state, int event);
+    // Prepares the context for one operation on one of the three events,
+    // resetting the event unless told otherwise; null when the transceiver
+    // has no record.
+    CVnAsyncRecord* _beginOperation(State state, int event, bool reset = true);
     // A session starts on a record of its own unless the last one is unused:
     // a call of an earlier session may still be pending on it.
     bool _renewRecord();
