@@ -3,12 +3,42 @@
 // bytes cross to the client.
 #include "integration/pipeline_fixture.h"
 
+#include "host/status.h"
+#include "web/stream_arrays.h"
+
 namespace vn_test {
 namespace {
+
+const char* const kStreamDll = sizeof(void*) == 8 ? "VnLinkhostStream64.dll" : "VnLinkhostStream32.dll";
 
 class BodyCrossing : public Pipeline {
 protected:
     void SetUp() override { ConfigureDirect(); }
+
+    // The stream of a GET's result.
+    static vfc::TComPtr<IVnStream> Stream(const std::string& url, vfc::TComPtr<IVnWebResult>& result)
+    {
+        vfc::TComPtr<IVnStream> stream;
+        auto request = Request(url, L"GET");
+        if (request && Execute(request.get(), result) == S_OK)
+            result->get_DataStream(stream.put());
+        return stream;
+    }
+
+    // Reads to the end with Read(size); the status that ended the reading goes to `end`.
+    static std::string ReadWith(IVnStream* stream, LONG size, HRESULT& end)
+    {
+        std::string bytes;
+        for (int guard = 0; guard < 100000; ++guard) {
+            vn_streams::TSafeArray data;
+            end = stream->Read(size, data.put());
+            vn_streams::TArrayData view(data.get());
+            if (FAILED(end) || FAILED(view.status()) || view.size() == 0)
+                break;
+            bytes.append(reinterpret_cast<const char*>(view.get()), static_cast<size_t>(view.size()));
+        }
+        return bytes;
+    }
 };
 
 // Bodies that come in small pieces with pauses between them, so that the
@@ -31,6 +61,44 @@ TEST_F(BodyCrossing, TrickledBodiesArriveWholeByLengthAndChunked)
         EXPECT_EQ(30000u, answer.body.size());
         EXPECT_EQ(answer.digest, Sha256(answer.body));
     }
+}
+
+// In this process the stream's bytes come from the ring it shares with the
+// server, through the unmarshaller DLL, whatever the body's size and the
+// size of the reads; at the end nothing is left and nothing more will come.
+TEST_F(BodyCrossing, RingCarriesEveryBodyWholeWithEveryReadSize)
+{
+    for (const char* n : {"0", "1", "4096", "262145", "3145728"})
+        for (LONG size : {4096, 65536, 0}) {
+            SCOPED_TRACE(std::string(n) + " bytes, Read(" + std::to_string(size) + ")");
+            vfc::TComPtr<IVnWebResult> result;
+            auto stream = Stream(Url("/bytes?seed=3&n=") + n, result);
+            ASSERT_TRUE(stream);
+            HRESULT end = E_FAIL;
+            const std::string body = ReadWith(stream.get(), size, end);
+            EXPECT_EQ(S_OK, end);
+            EXPECT_EQ(n, std::to_string(body.size()));
+            EXPECT_EQ(Header(result.get(), L"X-Body-Sha256"), Sha256(body));
+            LONG available = 0;
+            EXPECT_EQ(S_OK, stream->get_AvailableBytes(&available));
+            EXPECT_EQ(-1, available);
+        }
+    EXPECT_NE(nullptr, GetModuleHandleA(kStreamDll)) << "the reads did not go through the ring";
+}
+
+// A read that runs out of time ends the body for good, in the client's
+// process as in the server: later reads find it ended short.
+TEST_F(BodyCrossing, ReadThatRunsOutOfTimeEndsTheBody)
+{
+    vfc::TComPtr<IVnWebResult> result;
+    auto stream = Stream(Url("/slow?n=2000&piece=1000&delay_ms=2000"), result);
+    ASSERT_TRUE(stream);
+    vn_streams::TSafeArray data;
+    EXPECT_EQ(VN_E_READ_TIMEOUT, stream->ReadWithTimeout(0, 100, data.put()));
+    EXPECT_EQ(VN_E_STREAM_BROKEN, stream->Read(0, data.put()));
+    LONG available = 0;
+    EXPECT_EQ(S_OK, stream->get_AvailableBytes(&available));
+    EXPECT_EQ(-1, available);
 }
 
 }  // namespace
