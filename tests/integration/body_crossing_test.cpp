@@ -3,6 +3,8 @@
 // bytes cross to the client.
 #include "integration/pipeline_fixture.h"
 
+#include <fstream>
+
 #include "host/status.h"
 #include "web/stream_arrays.h"
 
@@ -99,6 +101,53 @@ TEST_F(BodyCrossing, ReadThatRunsOutOfTimeEndsTheBody)
     LONG available = 0;
     EXPECT_EQ(S_OK, stream->get_AvailableBytes(&available));
     EXPECT_EQ(-1, available);
+}
+
+// A script client reads a body through the same interfaces, by name. The
+// session names this test's process, of the script's bitness, so that the
+// server takes the ring; each Read(n) of what AvailableBytes announced must
+// give those n bytes (Len counts two bytes of an array as one character).
+TEST_F(BodyCrossing, ScriptClientReadsABodyThroughTheRing)
+{
+    char folder[MAX_PATH];
+    GetTempPathA(MAX_PATH, folder);
+    const std::string script = std::string(folder) + "vn-read-body.vbs";
+    std::ofstream(script) << "Set host = CreateObject(\"VnLinkhost.VnLinkhostObject\")\r\n"
+                             "Set session = host.CreateSession(CLng(WScript.Arguments(1)), 0, 0)\r\n"
+                             "Set stream = session.CreateWebRequest(WScript.Arguments(0), \"GET\").Execute().DataStream\r\n"
+                             "total = 0\r\n"
+                             "Do\r\n"
+                             "  a = stream.AvailableBytes\r\n"
+                             "  If a = -1 Then Exit Do\r\n"
+                             "  If a > 0 Then\r\n"
+                             "    If Len(stream.Read(a)) <> a \\ 2 Then WScript.Echo \"short read\": WScript.Quit 1\r\n"
+                             "    total = total + a\r\n"
+                             "  End If\r\n"
+                             "Loop\r\n"
+                             "WScript.Echo \"bytes \" & total\r\n";
+    std::string output;
+    const DWORD code = RunCapture("cscript.exe //nologo " + Quoted(script) + " " + Url("/bytes?n=300001") + " " +
+                                      std::to_string(GetCurrentProcessId()),
+                                  output);
+    DeleteFileA(script.c_str());
+    EXPECT_EQ(0u, code) << output;
+    EXPECT_NE(std::string::npos, output.find("bytes 300001")) << output;
+}
+
+// Where the unmarshaller DLL is absent, the server marshals the stream the
+// standard way and a client in another process reads it all the same.
+TEST_F(BodyCrossing, WithoutTheUnmarshallerDllAClientReadsByStandardMarshalling)
+{
+    struct TMovedDll {
+        const std::string path = BinDir() + "\\" + kStreamDll, aside = path + ".absent";
+        const bool moved = MoveFileA(path.c_str(), aside.c_str()) != FALSE;
+        ~TMovedDll() { MoveFileA(aside.c_str(), path.c_str()); }
+    } dll;
+    ASSERT_TRUE(dll.moved);
+    std::string output;
+    const DWORD code = RunCapture(Quoted(BinDir() + "\\fetch.exe") + " " + Url("/bytes?n=300001") + " --count", output);
+    EXPECT_EQ(0u, code) << output;
+    EXPECT_NE(std::string::npos, output.find("300001 body bytes")) << output;
 }
 
 }  // namespace
