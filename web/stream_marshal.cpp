@@ -1,6 +1,7 @@
 #include "web/stream_marshal.h"
 
 #include <cstring>
+#include <mutex>
 #include <string>
 
 #include "host/identities.h"
@@ -24,12 +25,26 @@ private:
     bool m_previous;
 };
 
+// HKCR\CLSID in one registry view, opened once for the process: under Wine
+// each open of the root with a view flag leaves a handle behind.
+HKEY ClassesKey(REGSAM view)
+{
+    static vfc::TRegKey keys[2];
+    static std::once_flag opened[2];
+    const int at = view == KEY_WOW64_32KEY ? 0 : 1;
+    std::call_once(opened[at], [&] {
+        ::RegOpenKeyExA(HKEY_CLASSES_ROOT, "CLSID", 0, KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS | view, keys[at].put());
+    });
+    return keys[at].get();
+}
+
 // Whether the unmarshaller is registered in one registry view, with its file there.
 bool RegisteredInView(REGSAM view)
 {
     vfc::TRegKey key;
-    const std::string path = std::string("CLSID\\") + vn_id::kStreamUnmarshalClsid + "\\InprocServer32";
-    if (::RegOpenKeyExA(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_QUERY_VALUE | view, key.put()) != ERROR_SUCCESS)
+    const std::string path = std::string(vn_id::kStreamUnmarshalClsid) + "\\InprocServer32";
+    HKEY classes = ClassesKey(view);
+    if (!classes || ::RegOpenKeyExA(classes, path.c_str(), 0, KEY_QUERY_VALUE | view, key.put()) != ERROR_SUCCESS)
         return false;
     char file[MAX_PATH + 1] = {};
     DWORD size = MAX_PATH, type = 0;
@@ -52,7 +67,7 @@ bool SystemIs64Bit() noexcept
 bool StreamUnmarshalerServes(DWORD clientPid)
 {
     if (!SystemIs64Bit())
-        return RegisteredInView(0);
+        return RegisteredInView(KEY_WOW64_32KEY);
     int bits = 0;  // the client's, 0 when unknown
     vfc::THandle client(clientPid ? ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, clientPid) : nullptr);
     BOOL wow = FALSE;
