@@ -5,6 +5,7 @@
 
 #include <fstream>
 
+#include "host/identities.h"
 #include "host/status.h"
 #include "web/stream_arrays.h"
 
@@ -148,6 +149,18 @@ TEST_F(BodyCrossing, WithoutTheUnmarshallerDllAClientReadsByStandardMarshalling)
     const DWORD code = RunCapture(Quoted(BinDir() + "\\fetch.exe") + " " + Url("/bytes?n=300001") + " --count", output);
     EXPECT_EQ(0u, code) << output;
     EXPECT_NE(std::string::npos, output.find("300001 body bytes")) << output;
+}
+
+// The server enters the unmarshaller of its bitness, beside it, when it
+// registers itself, and takes it out when it unregisters.
+TEST_F(BodyCrossing, UnmarshallerComesAndGoesWithTheServersRegistration)
+{
+    const std::string key = std::string("CLSID\\") + vn_id::kStreamUnmarshalClsid + "\\InprocServer32";
+    ASSERT_EQ(0u, RunServer("/UnregServer"));
+    EXPECT_FALSE(RegKeyExists(HKEY_CLASSES_ROOT, key));
+    ASSERT_EQ(0u, RunServer("/RegServer"));
+    EXPECT_EQ(BinDir() + "\\" + kStreamDll, RegText(HKEY_CLASSES_ROOT, key, nullptr));
+    EXPECT_EQ("Both", RegText(HKEY_CLASSES_ROOT, key, "ThreadingModel"));
 }
 
 }  // namespace

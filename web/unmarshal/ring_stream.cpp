@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "host/status.h"
+#include "web/stream_arrays.h"
 
 STDMETHODIMP CVnRingStream::get_CanRead(VARIANT_BOOL* canRead)
 {
@@ -56,28 +57,25 @@ STDMETHODIMP CVnRingStream::ReadWithTimeout(LONG maximumCount, LONG milliseconds
     if (maximumCount < 0)
         return E_INVALIDARG;
     // The bytes go from the ring straight into the array the client gets.
-    SAFEARRAY* array = nullptr;
+    vn_streams::TSafeArray array;
     bool noMemory = false;
     const LONG result = m_ring.Read(maximumCount, static_cast<DWORD>(millisecondsTimeout), nullptr,
                                     [&](const BYTE* first, DWORD n1, const BYTE* second, DWORD n2) {
                                         SAFEARRAYBOUND bound = {n1 + n2, 0};
-                                        array = ::SafeArrayCreate(VT_UI1, 1, &bound);
+                                        array.attach(::SafeArrayCreate(VT_UI1, 1, &bound));
                                         void* bytes = nullptr;
-                                        if (!array || FAILED(::SafeArrayAccessData(array, &bytes))) {
-                                            noMemory = true;
+                                        noMemory = !array || FAILED(::SafeArrayAccessData(array.get(), &bytes));
+                                        if (noMemory)
                                             return false;
-                                        }
                                         std::memcpy(bytes, first, n1);
                                         std::memcpy(static_cast<BYTE*>(bytes) + n1, second, n2);
-                                        ::SafeArrayUnaccessData(array);
+                                        ::SafeArrayUnaccessData(array.get());
                                         return true;
                                     });
     if (result >= 0) {
-        *data = array;
+        *data = array.detach();
         return S_OK;
     }
-    if (array)
-        ::SafeArrayDestroy(array);
     if (noMemory)
         return E_OUTOFMEMORY;
     return result == kRingTimedOut ? VN_E_READ_TIMEOUT : VN_E_STREAM_BROKEN;
