@@ -125,6 +125,12 @@ void CVnStreamRing::Drain()
     ::SetEvent(m_hSpaceEvent.get());
 }
 
+void CVnStreamRing::Close() noexcept
+{
+    ::InterlockedExchange(&m_pHeader->lClosed, 1);
+    SetDone(true);
+}
+
 void CVnStreamRing::SetDone(bool done)
 {
     ::InterlockedExchange(&m_pHeader->lDone, done ? 1 : 0);

@@ -45,7 +45,8 @@ public:
         volatile LONG lReadersWaiting;
         volatile LONG lWriterWaiting;
         volatile LONG lReadLock;        // id of the thread reading, 0 when free
-        DWORD dwReserved[9];
+        volatile LONG lClosed;          // the server's stream is gone
+        DWORD dwReserved[8];
         volatile DWORD dwWritten;       // on a cache line of its own, written by the writer
         DWORD dwReserved2[15];
         volatile DWORD dwRead;          // written by readers, under the lock
@@ -77,6 +78,11 @@ public:
     WriteResult Write(const BYTE* data, DWORD cb, HANDLE client);
     // Drops all that is queued and frees a writer waiting for room.
     void Drain();
+
+    // The server's side, when its stream goes: a reader that still holds
+    // the ring finds the body broken once the queue is empty, as a call to
+    // the gone stream would fail, rather than ended.
+    void Close() noexcept;
 
     // Either side.
     void SetDone(bool done);
@@ -145,8 +151,9 @@ LONG CVnStreamRing::Read(LONG maximum, DWORD timeout, HANDLE other, Take take)
     _unlockReaders();
     if (n > 0 && m_pHeader->lWriterWaiting > 0)
         ::SetEvent(m_hSpaceEvent.get());
-    // A body that ended before its Content-Length: the missing bytes will never come.
-    if (n == 0 && IsDone() && position < m_pHeader->lExpectedLength)
+    // A body that ended before its Content-Length, or whose stream went
+    // before it ended: the missing bytes will never come.
+    if (n == 0 && IsDone() && (position < m_pHeader->lExpectedLength || m_pHeader->lClosed))
         return kRingBroken;
     return static_cast<LONG>(n);
 }
