@@ -29,11 +29,11 @@ HRESULT CVnQueueReadStream::FinalConstruct() noexcept
 CVnQueueReadStream::~CVnQueueReadStream()
 {
     TraceLine("%s", "CVnQueueReadStream::~CVnQueueReadStream() started");
-    // First the receive callback learns that nobody reads any more, then a
-    // thread blocked on the full queue is freed, and only then is it joined:
+    // A reader in the client's process learns that the stream is gone, so
+    // that it does not take the end that follows for the body's. Then the
+    // receive callback learns that nobody reads any more, then a thread
+    // blocked on the full queue is freed, and only then is it joined:
     // joining first would wait for ever on a thread that waits for room.
-    // A reader in the client's process learns first that the stream is
-    // gone, so that it does not take the end that follows for the body's.
     if (CVnStreamRing* ring = m_pRing.load())
         ring->Close();
     if (m_spReceiveThread)
