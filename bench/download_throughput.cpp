@@ -233,7 +233,8 @@ void PrintTable(std::vector<Variant>& variants, unsigned long long mib, int coun
 
 int main(int argc, char** argv)
 {
-    const int rounds = argc > 1 ? std::max(2, std::atoi(argv[1])) : 6;
+    // 0 rounds: the small GET and the memory at rest only.
+    const int rounds = argc > 1 ? std::atoi(argv[1]) : 6;
     const std::string port = OriginPort();
     if (port.empty()) {
         std::fprintf(stderr, "VN_BENCH_ORIGIN is not set: run through bench/run-download-bench\n");
@@ -273,6 +274,8 @@ int main(int argc, char** argv)
     std::printf("VnLinkhost download benchmark: %d rounds per size, the first left out\n", rounds);
     Memory peak = rest;
     for (unsigned long long mib : {64ull, 256ull}) {
+        if (rounds < 2)
+            break;
         const std::string url = base + std::to_string(mib << 20);
         std::vector<Variant> variants = {
             {"raw WinInet, 4 KiB reads", false, [&](const std::string& u) { return RawGet(raw, u, 4096); }, {}, {}},
@@ -352,8 +355,9 @@ int main(int argc, char** argv)
     std::printf("\nserver process memory (VnLinkhost.exe, pid %lu)      working set   private bytes%s\n",
                 static_cast<unsigned long>(serverPid), unixStatus.empty() ? "" : " (Unix RssAnon)");
     std::printf("  at rest, after the first request             %8.1f MiB    %8.1f MiB\n", rest.workingSet, rest.privateBytes);
-    std::printf("  highest during the 256 MiB transfers         %8.1f MiB    %8.1f MiB\n", peak.workingSet,
-                peak.privateBytes);
+    if (rounds >= 2)
+        std::printf("  highest during the 256 MiB transfers         %8.1f MiB    %8.1f MiB\n", peak.workingSet,
+                    peak.privateBytes);
     const Memory after = MemoryOf(server, unixStatus);
     std::printf("  at rest, after all transfers                 %8.1f MiB    %8.1f MiB\n", after.workingSet,
                 after.privateBytes);
