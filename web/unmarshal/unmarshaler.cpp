@@ -5,6 +5,7 @@
 #include <objbase.h>
 
 #include "host/identities.h"
+#include "vfc/class_object.h"
 #include "vfc/com_object.h"
 #include "vfc/module_lock.h"
 #include "web/stream_marshal.h"
@@ -66,17 +67,8 @@ public:
 };
 
 // The DLL's one class object; it does not count as a lock on the DLL.
-class CVnUnmarshalerFactory : public IClassFactory {
+class CVnUnmarshalerFactory : public vfc::TClassObject {
 public:
-    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
-    {
-        if (!ppv)
-            return E_POINTER;
-        *ppv = iid == IID_IUnknown || iid == IID_IClassFactory ? static_cast<IClassFactory*>(this) : nullptr;
-        return *ppv ? S_OK : E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
         if (!ppv)
@@ -87,14 +79,6 @@ public:
         vfc::TComPtr<CVnStreamUnmarshaler> unmarshaler;
         const HRESULT hr = vfc::CreateInto(unmarshaler);
         return FAILED(hr) ? hr : unmarshaler->QueryInterface(iid, ppv);
-    }
-    STDMETHODIMP LockServer(BOOL lock) override
-    {
-        if (lock)
-            vfc::ModuleLock();
-        else
-            vfc::ModuleUnlock();
-        return S_OK;
     }
 };
 
