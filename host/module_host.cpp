@@ -1,5 +1,6 @@
 // The class object of the server and the configure role's private root object.
 #include "host/class_factory.h"
+#include "host/interface_pins.h"
 #include "host/module.h"
 #include "host/root_object.h"
 #include "vfc/com_ptr.h"
@@ -12,14 +13,23 @@ CComClassFactoryPhSingleton<CVnLinkhostObject>& ClassFactory()
     return factory;
 }
 
+CVnInterfacePins& Pins()
+{
+    static CVnInterfacePins pins;
+    return pins;
+}
+
 }  // namespace
 
 IClassFactory* GetRootClassFactory() { return &ClassFactory(); }
 
 HRESULT CVnLinkhostModule::RegisterClassObjects()
 {
-    return ::CoRegisterClassObject(CLSID_VnLinkhostObject, &ClassFactory(), CLSCTX_LOCAL_SERVER,
-                                   REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED, &m_dwClassRegister);
+    const HRESULT hr = ::CoRegisterClassObject(CLSID_VnLinkhostObject, &ClassFactory(), CLSCTX_LOCAL_SERVER,
+                                               REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED, &m_dwClassRegister);
+    if (SUCCEEDED(hr))
+        Pins().Pin();
+    return hr;
 }
 
 HRESULT CVnLinkhostModule::RevokeClassObjects()
@@ -28,6 +38,7 @@ HRESULT CVnLinkhostModule::RevokeClassObjects()
         return S_OK;
     HRESULT hr = ::CoRevokeClassObject(m_dwClassRegister);
     m_dwClassRegister = 0;
+    Pins().Unpin();
     return hr;
 }
 

@@ -6,7 +6,9 @@
 // with them the objects and all they own, for the life of the server. One
 // wait in the platform's thread pool watches each client process; when it
 // ends, every object still registered for it is disconnected, which lets go
-// of the references the dead client held.
+// of the references the dead client held. A process id can be given again
+// before the wait for its last owner has run: objects are bound to the watch
+// of the process that registered them, not to the bare id.
 #pragma once
 
 #include <windows.h>
@@ -33,21 +35,25 @@ public:
 
 private:
     struct Entry {
-        DWORD pid;
+        ULONG_PTR watch;
         IUnknown* unknown;
         TryAddRefFn tryAddRef;
     };
     struct Watch {
+        DWORD pid;
         HANDLE hProcess;
         HANDLE hWait;
     };
 
     static VOID CALLBACK OnProcessEnded(PVOID param, BOOLEAN timedOut);
-    void _disconnect(DWORD pid);
+    // The watch of the running process `pid`, started if there is none; 0 if it can't be watched.
+    ULONG_PTR _watchOf(DWORD pid);
+    void _disconnect(ULONG_PTR watch);
 
     TCriticalSection m_cs;
     std::map<void*, Entry> m_objects;
-    std::map<DWORD, Watch> m_watches;
+    std::map<ULONG_PTR, Watch> m_watches;
+    ULONG_PTR m_lastWatch = 0;
 };
 
 }  // namespace vfc

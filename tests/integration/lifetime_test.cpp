@@ -2,9 +2,7 @@
 // client's threads, handles and sockets, hold the releasing client until the rest of a body has come, or make one
 // request wait for another; and bodies that trickle in, however paced, reach a client in another process whole.
 #include "integration/pipeline_fixture.h"
-
-#include <iphlpapi.h>
-#include <tlhelp32.h>
+#include "integration/server_counts.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -17,97 +15,6 @@
 namespace vn_test {
 namespace {
 
-// A platform function that the test program does not link against.
-template <typename Fn>
-Fn Import(const char* dll, const char* name) { return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(LoadLibraryA(dll), name))); }
-
-// True when the process used less than a tenth of a core over half a second.
-bool Idle(DWORD pid)
-{
-    const auto before = ThreadTimes(pid);
-    Sleep(500);
-    ULONGLONG used = 0;
-    for (const auto& thread : ThreadTimes(pid))
-        used += thread.second - (before.count(thread.first) ? before.at(thread.first) : 0);
-    return used < 50;
-}
-
-// Entries of the system's handle table that the process owns (Wine does not
-// answer GetProcessHandleCount). The layout is the one Wine's ntdll fills.
-int Handles(DWORD pid)
-{
-    struct Entry { ULONG ownerPid; BYTE type, flags; USHORT value; PVOID object; ACCESS_MASK access; };
-    using Query = LONG(NTAPI*)(ULONG, PVOID, ULONG, PULONG);
-    static const auto query = Import<Query>("ntdll.dll", "NtQuerySystemInformation");
-    std::vector<char> buffer(1 << 20);
-    for (ULONG needed = 0; query(16 /* SystemHandleInformation */, buffer.data(), static_cast<ULONG>(buffer.size()),
-                                 &needed) != 0;
-         buffer.resize(buffer.size() * 2))
-        if (buffer.size() >= (64u << 20))
-            return -1;
-    const auto* entries = reinterpret_cast<const Entry*>(buffer.data() + sizeof(void*));  // behind the count
-    const ULONG count = *reinterpret_cast<const ULONG*>(buffer.data());
-    return static_cast<int>(std::count_if(entries, entries + count, [pid](const Entry& e) { return e.ownerPid == pid; }));
-}
-
-// Established connections to the origin server's plain listener. The test
-// process itself never connects there: these are the server's.
-int OriginSockets()
-{
-    using GetTable = DWORD(WINAPI*)(PMIB_TCPTABLE, PULONG, BOOL);
-    static const auto getTable = Import<GetTable>("iphlpapi.dll", "GetTcpTable");
-    const DWORD port = std::strtoul(ReadyLine("VN_ORIGIN")["http"].c_str(), nullptr, 10);
-    ULONG size = 0;
-    getTable(nullptr, &size, FALSE);
-    std::vector<char> buffer(size + 64 * sizeof(MIB_TCPROW));
-    size = static_cast<ULONG>(buffer.size());
-    const auto table = reinterpret_cast<PMIB_TCPTABLE>(buffer.data());
-    if (getTable(table, &size, FALSE) != NO_ERROR)
-        return -1;
-    return static_cast<int>(std::count_if(table->table, table->table + table->dwNumEntries, [port](const MIB_TCPROW& row) {
-        return row.dwState == MIB_TCP_STATE_ESTAB && row.dwRemotePort == (((port & 0xFF) << 8) | (port >> 8));  // network order
-    }));
-}
-
-struct TCounts { int threads, handles, sockets; };
-
-TCounts CountsOf(DWORD pid) { return {static_cast<int>(ThreadTimes(pid).size()), Handles(pid), OriginSockets()}; }
-
-std::ostream& operator<<(std::ostream& out, const TCounts& c)
-{
-    return out << c.threads << " threads, " << c.handles << " handles, " << c.sockets << " sockets";
-}
-
-// The counts once the server has nothing left to do.
-TCounts Settled(DWORD pid) { return WaitUntil([pid] { return Idle(pid); }, 15000), CountsOf(pid); }
-
-// The server is idle again, with no more than a few threads (the platform's pools), handles and sockets (one kept-alive
-// connection) over the baseline, and it is still the same process. Under Wine a closed handle's I/O goes on until the
-// server answers, the platform's receive time-out ends it, or the platform has read the rest of the body: hence the
-// generous wait.
-void ExpectBackTo(const TCounts& baseline, const TServerProcess& server)
-{
-    TCounts now = {};
-    EXPECT_TRUE(WaitUntil(
-        [&] {
-            now = CountsOf(server.pid());
-            return now.threads <= baseline.threads + 3 && now.handles <= baseline.handles + 20 &&
-                   now.sockets <= baseline.sockets + 1;
-        },
-        45000))
-        << "baseline " << baseline << ", now " << now;
-    EXPECT_TRUE(WaitUntil([&] { return Idle(server.pid()); }, 10000)) << "the server keeps working for nobody";
-    EXPECT_TRUE(server.alive()) << "the server process ended";
-}
-
-// The fetch sample in a process of its own, reading the body without printing
-// it, with its output in a file that the test reads. Killed at the end.
-class TFetchClient : public TChild {
-public:
-    explicit TFetchClient(const std::string& url) : TChild(Quoted(BinDir() + "\\fetch.exe") + " " + url + " --count", true) {}
-    bool Answered() const { return Output().find("Status: 200") != std::string::npos; }
-};
-
 // Where a client is when it dies: `answered` clients have printed the status line; the others are known to the origin
 // server by the mark in their URL. The origin holds a silent or stalled answer for five minutes.
 struct Moment { const char *name, *path; bool answered; };
@@ -117,30 +24,14 @@ void PrintTo(const Moment& moment, std::ostream* out) { *out << moment.name; }
 const Moment kMoments[] = {
     {"BlockedInExecute", "/silent?", false},
     {"BlockedInRead", "/stall?n=1000000&sent=20000", true},
-    // 32 MiB at up to 16 MB/s. Under Wine closing the request reads the rest of the body, so the body must end; on a
-    // closed connection, since the platform keeps a drained kept-alive one for a minute.
-    {"InTheMiddleOfALongBody", "/slow?n=33554432&piece=65536&delay_ms=4&mode=close", true},
+    // 1 GiB at up to 16 MB/s, delimited by the connection's close: the platform then closes the connection with the
+    // request instead of reading the rest of the body first.
+    {"InTheMiddleOfALongBody", "/slow?n=1073741824&piece=65536&delay_ms=4&mode=close", true},
 };
 
 class Lifetime : public Pipeline {
 protected:
     void SetUp() override { ConfigureDirect(); }
-
-    // GETs the URL, lets go of the request and reads the whole body: empty
-    // when it is complete and matches the origin's digest, else what failed.
-    static std::string FetchChecked(const std::string& url)
-    {
-        vfc::TComPtr<IVnWebResult> result;
-        HRESULT hr = E_FAIL;
-        if (auto request = Request(url, L"GET"))
-            hr = Execute(request.get(), result);
-        const std::string body = hr == S_OK ? Body(result.get()) : "";
-        if (hr == S_OK && Code(result.get()) == 200 && Sha256(body) == Header(result.get(), L"X-Body-Sha256"))
-            return "";
-        char status[64];
-        snprintf(status, sizeof status, ": 0x%08lX, code %ld, ", static_cast<unsigned long>(hr), Code(result.get()));
-        return url + status + std::to_string(body.size()) + " bytes";
-    }
 
     static std::string Healthy(int seed)
     {

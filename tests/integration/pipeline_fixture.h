@@ -143,6 +143,22 @@ protected:
         return answer;
     }
 
+    // GETs the URL, lets go of the request and reads the whole body: empty
+    // when it is complete and matches the origin's digest, else what failed.
+    static std::string FetchChecked(const std::string& url)
+    {
+        vfc::TComPtr<IVnWebResult> result;
+        HRESULT hr = E_FAIL;
+        if (auto request = Request(url, L"GET"))
+            hr = Execute(request.get(), result);
+        const std::string body = hr == S_OK ? Body(result.get()) : "";
+        if (hr == S_OK && Code(result.get()) == 200 && Sha256(body) == Header(result.get(), L"X-Body-Sha256"))
+            return "";
+        char status[64];
+        snprintf(status, sizeof status, ": 0x%08lX, code %ld, ", static_cast<unsigned long>(hr), Code(result.get()));
+        return url + status + std::to_string(body.size()) + " bytes";
+    }
+
     static inline vfc::TComPtr<IVnLinkhost> s_root;
 };
 

@@ -3,9 +3,10 @@
 "READY http=<port> https=<port> ... refused=<port> echo=<port> pid=<pid>": a TLS listener per make-test-ca
 certificate in --tls-dir, a port that refuses, and a raw TCP echo. --log gets a JSON line per request, as /echo
 gives it less query and tls, plus id, t, status. Routes: /echo, /bytes?n=&mode=length|chunked|close&seed=
-(X-Body-Sha256: what the bytes hash to), /slow?n=&piece=64&delay_ms=100&mode=, /short?n=&sent=n/2,
+(X-Body-Sha256: what the bytes hash to, for up to 256 MiB), /slow?n=&piece=64&delay_ms=100&mode=, /short?n=&sent=n/2,
 /stall?n=&sent=n/2&max_ms=, /reset, /silent?max_ms=, /status/<code>, /redirect?to=/echo&code=302, /upload,
-/headers?h=Name:Value&..., /auth/basic?user=user&pass=pass&realm=vn, /auth/digest (a challenge that is never
+/headers?h=Name:Value&..., /gather?group=&n=&max_ms= (each request
+but a HEAD waits until n of its group are waiting, then all get 200 and the /echo body; 504 if max_ms passes first), /auth/basic?user=user&pass=pass&realm=vn, /auth/digest (a challenge that is never
 met; each 401 carries the /echo body), /pac?proxy=host:port (a proxy script naming it).
 """
 
@@ -27,6 +28,8 @@ import urllib.parse
 
 # The request log's file, shared by all listeners, and the counts of requests and connections.
 LOCK, IDS, CONNECTIONS = threading.Lock(), itertools.count(1), itertools.count(1)
+# /gather's groups: how many of each have arrived, and the wake-up when one more does.
+GROUPS, GATHERED = {}, threading.Condition()
 LOG_FILE, LIFETIME = None, 900
 
 
@@ -138,7 +141,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         sent = n if sent is None else min(sent, n)
         if mode not in ("length", "chunked", "close"):
             raise ValueError("mode must be length, chunked or close")
-        headers = [("Content-Type", "application/octet-stream"), ("X-Body-Sha256", digest(seed, n))]
+        headers = [("Content-Type", "application/octet-stream")]
+        if n <= 1 << 28:  # hashing more would hold the head for longer than a client waits
+            headers.append(("X-Body-Sha256", digest(seed, n)))
         if mode != "close":
             headers.append(("Transfer-Encoding", "chunked") if mode == "chunked" else ("Content-Length", n))
         self.head(200, headers, keep=mode != "close" and sent == n)
@@ -147,6 +152,17 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.wfile.write(b"%x\r\n%s\r\n" % (len(data), data) if mode == "chunked" else data)
         if mode == "chunked" and sent == n and self.command != "HEAD":
             self.wfile.write(b"0\r\n\r\n")
+
+    def gather(self):
+        group, n, max_ms = self.arg("group", ""), self.number("n", 2), self.number("max_ms", 60000)
+        if self.command == "HEAD":  # a client's look ahead of its request
+            return self.json(self.describe())
+        with GATHERED:
+            GROUPS[group] = GROUPS.get(group, 0) + 1
+            GATHERED.notify_all()
+            complete = GATHERED.wait_for(lambda: GROUPS[group] >= n, max_ms / 1000.0)
+        self.reply(200 if complete else 504, json.dumps(self.describe(gathered=GROUPS[group])) + "\n",
+                   content_type="application/json")
 
     def hold(self, max_ms):
         """Leaves the connection unanswered until the client closes it or max_ms (else forever) passed."""
@@ -187,6 +203,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if route == "/redirect":
             to = self.arg("to", "/echo")
             return self.reply(self.number("code", 302), "redirect to %s\n" % to, [("Location", to)])
+        if route == "/gather":
+            return self.gather()
         if route == "/upload":
             return self.json({"method": self.command, "length": self.body_length, "sha256": self.body_sha256})
         if route == "/pac":
