@@ -7,8 +7,8 @@
 
 #include <new>
 
+#include "vfc/class_object.h"
 #include "vfc/critical_section.h"
-#include "vfc/module_lock.h"
 
 // T with a Release that runs wholly under the factory's lock: the count falls,
 // the factory's pointer is cleared and the object is torn down in one step.
@@ -39,25 +39,10 @@ private:
 };
 
 template <typename T>
-class CComClassFactoryPhSingleton : public IClassFactory {
+class CComClassFactoryPhSingleton : public vfc::TClassObject {
 public:
     CComClassFactoryPhSingleton() = default;
     virtual ~CComClassFactoryPhSingleton() = default;
-
-    // The class object does not count as a lock on the process.
-    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override
-    {
-        if (!ppv)
-            return E_POINTER;
-        if (iid == IID_IUnknown || iid == IID_IClassFactory) {
-            *ppv = static_cast<IClassFactory*>(this);
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
 
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** ppv) override
     {
@@ -92,14 +77,6 @@ public:
             delete obj;
         }
         return hr;
-    }
-    STDMETHODIMP LockServer(BOOL lock) override
-    {
-        if (lock)
-            vfc::ModuleLock();
-        else
-            vfc::ModuleUnlock();
-        return S_OK;
     }
 
     // The live object, or null. For tests and the module's own use.

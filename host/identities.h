@@ -15,6 +15,13 @@ constexpr const char* kThreading = "Free";
 constexpr const char* kExeName = "VnLinkhost.exe";
 constexpr const char* kPluginCategoryDescription = "VnLinkhost Plugins COM Category";
 
+// The in-process unmarshaller of read streams, one DLL per bitness beside the exe.
+constexpr const char* kStreamUnmarshalClsid = "{566E4C48-2F1B-4C1E-9B5D-6A0E2D7C5A31}";
+constexpr GUID kStreamUnmarshalGuid = {0x566E4C48, 0x2F1B, 0x4C1E, {0x9B, 0x5D, 0x6A, 0x0E, 0x2D, 0x7C, 0x5A, 0x31}};
+constexpr const char* kStreamUnmarshalDescription = "Velorin Linkhost Stream Unmarshaler";
+constexpr const char* kStreamDll32 = "VnLinkhostStream32.dll";
+constexpr const char* kStreamDll64 = "VnLinkhostStream64.dll";
+
 // {566E4C48-60C4-4777-A4B1-D178F6C1AE38}
 constexpr GUID kPluginCategory = {0x566E4C48, 0x60C4, 0x4777, {0xA4, 0xB1, 0xD1, 0x78, 0xF6, 0xC1, 0xAE, 0x38}};
 // {566E4C48-039E-43DE-9D14-4E38B2348BD7}

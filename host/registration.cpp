@@ -14,6 +14,7 @@
 #include "vfc/com_ptr.h"
 #include "vfc/text.h"
 #include "vfc/unique_resource.h"
+#include "web/stream_marshal.h"
 
 namespace {
 
@@ -72,6 +73,49 @@ HRESULT RegisterPluginCategory()
     return registrar->RegisterCategories(1, &info);
 }
 
+// The unmarshaller DLLs of read streams found beside the exe, each in the
+// registry view of its bitness (only the 32-bit one on a 32-bit system):
+// what an earlier registration left is removed first, and with `install`
+// the DLLs that are there now are entered.
+HRESULT RegisterStreamUnmarshalers(bool install)
+{
+    const std::string exe = ModuleFilePath();
+    const std::string folder = exe.substr(0, exe.find_last_of('\\') + 1);
+    const std::string clsidKey = std::string("CLSID\\") + vn_id::kStreamUnmarshalClsid;
+    const struct {
+        const char* file;
+        REGSAM view;
+        bool applies;
+    } kDlls[] = {{vn_id::kStreamDll32, KEY_WOW64_32KEY, true}, {vn_id::kStreamDll64, KEY_WOW64_64KEY, SystemIs64Bit()}};
+    for (const auto& dll : kDlls) {
+        if (!dll.applies)
+            continue;
+        ::RegDeleteKeyExA(HKEY_CLASSES_ROOT, (clsidKey + "\\InprocServer32").c_str(), dll.view, 0);
+        ::RegDeleteKeyExA(HKEY_CLASSES_ROOT, clsidKey.c_str(), dll.view, 0);
+        const std::string path = folder + dll.file;
+        if (!install || ::GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES)
+            continue;
+        vfc::TRegKey key, server;
+        LONG rc = ::RegCreateKeyExA(HKEY_CLASSES_ROOT, clsidKey.c_str(), 0, nullptr, 0, KEY_WRITE | dll.view, nullptr,
+                                    key.put(), nullptr);
+        if (rc == ERROR_SUCCESS)
+            rc = ::RegSetValueExA(key.get(), nullptr, 0, REG_SZ,
+                                  reinterpret_cast<const BYTE*>(vn_id::kStreamUnmarshalDescription),
+                                  static_cast<DWORD>(std::strlen(vn_id::kStreamUnmarshalDescription) + 1));
+        if (rc == ERROR_SUCCESS)
+            rc = ::RegCreateKeyExA(key.get(), "InprocServer32", 0, nullptr, 0, KEY_WRITE | dll.view, nullptr,
+                                   server.put(), nullptr);
+        if (rc == ERROR_SUCCESS)
+            rc = ::RegSetValueExA(server.get(), nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(path.c_str()),
+                                  static_cast<DWORD>(path.size() + 1));
+        if (rc == ERROR_SUCCESS)
+            rc = ::RegSetValueExA(server.get(), "ThreadingModel", 0, REG_SZ, reinterpret_cast<const BYTE*>("Both"), 5);
+        if (rc != ERROR_SUCCESS)
+            return HRESULT_FROM_WIN32(rc);
+    }
+    return S_OK;
+}
+
 }  // namespace
 
 vn_rgs::Replacements CVnLinkhostModule::AddCommonRGSReplacements()
@@ -107,6 +151,9 @@ HRESULT CVnLinkhostModule::RegisterHost(bool asService)
     hr = RegisterTypeLibrary();
     if (FAILED(hr))
         return hr;
+    hr = RegisterStreamUnmarshalers(true);
+    if (FAILED(hr))
+        return hr;
     return RegisterPluginCategory();
 }
 
@@ -120,5 +167,6 @@ HRESULT CVnLinkhostModule::UnregisterHost()
     vfc::TRegKey appId;
     if (OpenAppIdKey(appId, false) == ERROR_SUCCESS)
         ::RegDeleteValueA(appId.get(), "LocalService");
+    RegisterStreamUnmarshalers(false);
     return vn_rgs::RunResourceScript(IDR_VNLINKHOST, AddCommonRGSReplacements(), false);
 }

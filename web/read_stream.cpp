@@ -3,25 +3,11 @@
 #include "web/streams.h"
 
 #include <algorithm>
+#include <cstring>
+#include <new>
 
 #include "host/log.h"
 #include "host/status.h"
-
-namespace {
-
-// About as long as a wait and its wake-up cost; on a single processor the
-// writer can't run while the reader looks, so it does not look at all.
-int SpinsBeforeWait() noexcept
-{
-    static const int spins = [] {
-        SYSTEM_INFO info;
-        ::GetSystemInfo(&info);
-        return info.dwNumberOfProcessors > 1 ? 500 : 0;
-    }();
-    return spins;
-}
-
-}  // namespace
 
 CVnQueueReadStream::CVnQueueReadStream()
 {
@@ -43,14 +29,20 @@ HRESULT CVnQueueReadStream::FinalConstruct() noexcept
 CVnQueueReadStream::~CVnQueueReadStream()
 {
     TraceLine("%s", "CVnQueueReadStream::~CVnQueueReadStream() started");
-    // First the receive callback learns that nobody reads any more, then a
-    // thread blocked on the full queue is freed, and only then is it joined:
+    // A reader in the client's process learns that the stream is gone, so
+    // that it does not take the end that follows for the body's. Then the
+    // receive callback learns that nobody reads any more, then a thread
+    // blocked on the full queue is freed, and only then is it joined:
     // joining first would wait for ever on a thread that waits for room.
+    if (CVnStreamRing* ring = m_pRing.load())
+        ring->Close();
     if (m_spReceiveThread)
         m_spReceiveThread->ReleaseDoneable();
     SetDone(true);
     if (m_pBuffer)
         m_pBuffer->Drain();
+    if (CVnStreamRing* ring = m_pRing.load())
+        ring->Drain();
     if (m_spReceiveThread)
         m_spReceiveThread->StopReceiveThread();
     hDataReadyEvent.reset();
@@ -77,10 +69,20 @@ STDMETHODIMP CVnQueueReadStream::get_AvailableBytes(LONG* count)
 {
     if (!count)
         return E_POINTER;
+    if (CVnStreamRing* ring = m_pRing.load()) {
+        *count = ring->Available();
+        return S_OK;
+    }
     const DWORD size = m_pBuffer->GetSize();
     // -1 tells the client that nothing more will come.
     *count = (size == 0 && bDone) ? -1 : static_cast<LONG>(size);
     return S_OK;
+}
+
+DWORD CVnQueueReadStream::QueuedBytes()
+{
+    CVnStreamRing* ring = m_pRing.load();
+    return ring ? ring->Queued() : m_pBuffer->GetSize();
 }
 
 STDMETHODIMP CVnQueueReadStream::Write(SAFEARRAY*, LONG, LONG, LONG* count)
@@ -106,11 +108,58 @@ LONG CVnQueueReadStream::WriteToQueue(const BYTE* data, LONG iStartIndex, LONG i
     // writes one chunk at a time anyway.
     for (LONG done = 0; done < iWriteCount;) {
         const LONG piece = std::min(static_cast<LONG>(kStreamChunkSize), iWriteCount - done);
-        CVnQueueCustomStream::WriteToQueue(data, iStartIndex + done, piece);
-        _wakeReader();
+        if (CVnStreamRing* ring = m_pRing.load()) {
+            _writeToRing(ring, data + iStartIndex + done, static_cast<DWORD>(piece));
+        } else {
+            CVnQueueCustomStream::WriteToQueue(data, iStartIndex + done, piece);
+            _flushToRing();
+            _wakeReader();
+        }
         done += piece;
     }
     return iWriteCount;
+}
+
+void CVnQueueReadStream::_writeToRing(CVnStreamRing* ring, const BYTE* data, DWORD cb)
+{
+    if (ring->Write(data, cb, m_writerMonitor.GetProcess()) == CVnStreamRing::kClientGone)
+        LogLine(vn_log::kError, "InterlockedBuffer::Write", "Process closed WAIT_TIMEOUT");
+}
+
+void CVnQueueReadStream::_flushToRing()
+{
+    // Under the lock this comes wholly before the ring's start, which then
+    // moves the piece just written, or wholly after it.
+    vfc::TLock lock(m_csRing);
+    CVnStreamRing* ring = m_pRing.load();
+    BYTE block[kStreamChunkSize];
+    while (ring && m_pBuffer->GetSize() > 0)
+        _writeToRing(ring, block, m_pBuffer->Read(block, sizeof block));
+}
+
+CVnStreamRing* CVnQueueReadStream::StartRing()
+{
+    if (CVnStreamRing* ring = m_pRing.load())
+        return ring;
+    vfc::TLock lock(m_csRing);
+    if (CVnStreamRing* ring = m_pRing.load())
+        return ring;
+    std::unique_ptr<CVnStreamRing> ring(new (std::nothrow) CVnStreamRing);
+    std::unique_ptr<BYTE[]> queued(new (std::nothrow) BYTE[kStreamQueueLimit]);
+    if (!ring || !queued || !ring->Create(GetPosition(), iExpectedLength))
+        return nullptr;
+    // It all fits without a wait: the ring is as large as the buffer's bound.
+    ring->Write(queued.get(), m_pBuffer->Read(queued.get(), kStreamQueueLimit), nullptr);
+    m_spRing = std::move(ring);
+    {
+        // The bytes are in before the ring can say that the body is done.
+        vfc::TLock done(m_csDone);
+        m_spRing->SetDone(bDone);
+        m_pRing.store(m_spRing.get());
+    }
+    // A reader waiting on the buffer looks again, at the ring.
+    ::SetEvent(hDataReadyEvent.get());
+    return m_spRing.get();
 }
 
 std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LONG* pCount, DWORD dwTimeout)
@@ -119,6 +168,8 @@ std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LO
     if (!pCount)
         pCount = &localCount;
     *pCount = 0;
+    if (CVnStreamRing* ring = m_pRing.load())
+        return _readFromRing(ring, iMaximumCount, pCount, dwTimeout);
 
     LONG available = 0;
     get_AvailableBytes(&available);
@@ -129,7 +180,7 @@ std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LO
         // The receive thread usually brings the next chunk within
         // microseconds; a short look before the wait saves the two calls to
         // the server that a wait and its wake-up cost under Wine.
-        for (int spin = 0; spin < SpinsBeforeWait() && available == 0 && !bDone; ++spin) {
+        for (int spin = 0; spin < CVnStreamRing::SpinsBeforeWait() && available == 0 && !bDone; ++spin) {
             YieldProcessor();
             get_AvailableBytes(&available);
         }
@@ -143,6 +194,8 @@ std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LO
         }
         const DWORD result = m_monitor.Wait(hDataReadyEvent.get(), dwTimeout);
         --m_cReadersWaiting;
+        if (CVnStreamRing* ring = m_pRing.load())
+            return _readFromRing(ring, iMaximumCount, pCount, dwTimeout);
         if (result == WAIT_TIMEOUT) {
             // A read that ran out of time ends the body for good: the receive
             // thread stops at its next block, and later reads do not resume.
@@ -166,6 +219,8 @@ std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LO
         }
         get_AvailableBytes(&available);
     }
+    if (CVnStreamRing* ring = m_pRing.load())  // it came while this read looked
+        return _readFromRing(ring, iMaximumCount, pCount, dwTimeout);
     // The event is not reset here: a set left over from a write whose bytes
     // this read takes costs the next wait one more look at the queue, while
     // a reset would cost every read a call to the server under Wine.
@@ -177,6 +232,28 @@ std::unique_ptr<BYTE[]> CVnQueueReadStream::ReadFromQueue(LONG iMaximumCount, LO
     return block;
 }
 
+std::unique_ptr<BYTE[]> CVnQueueReadStream::_readFromRing(CVnStreamRing* ring, LONG iMaximumCount, LONG* pCount,
+                                                          DWORD dwTimeout)
+{
+    std::unique_ptr<BYTE[]> block;
+    const LONG result = ring->Read(iMaximumCount, dwTimeout, m_monitor.GetProcess(),
+                                   [&](const BYTE* first, DWORD n1, const BYTE* second, DWORD n2) {
+                                       if (n1 + n2 == 0)
+                                           return true;
+                                       block.reset(new BYTE[n1 + n2 + 1]);
+                                       std::memcpy(block.get(), first, n1);
+                                       std::memcpy(block.get() + n1, second, n2);
+                                       block[n1 + n2] = 0;
+                                       return true;
+                                   });
+    if (result == kRingTimedOut)
+        LogLine(vn_log::kError, "CVnQueueReadStream::ReadFromQueue", "WAIT_TIMEOUT");
+    else if (result < 0 && ::WaitForSingleObject(m_monitor.GetProcess(), 0) == WAIT_OBJECT_0)
+        LogLine(vn_log::kError, "CVnQueueReadStream::ReadFromQueue", "Process closed WAIT_TIMEOUT");
+    *pCount = result;
+    return result > 0 ? std::move(block) : nullptr;
+}
+
 void CVnQueueReadStream::_wakeReader() noexcept
 {
     if (m_cReadersWaiting > 0)
@@ -185,13 +262,37 @@ void CVnQueueReadStream::_wakeReader() noexcept
 
 void CVnQueueReadStream::SetDone(bool done)
 {
-    bDone = done;
+    {
+        vfc::TLock lock(m_csDone);
+        bDone = done;
+        if (CVnStreamRing* ring = m_pRing.load())
+            ring->SetDone(done);
+    }
     if (done)
         ::SetEvent(hDataReadyEvent.get());
+}
+
+bool CVnQueueReadStream::IsDone() const noexcept
+{
+    CVnStreamRing* ring = m_pRing.load();
+    return ring ? ring->IsDone() : bDone.load();
+}
+
+void CVnQueueReadStream::SetExpectedLength(LONG length) noexcept
+{
+    iExpectedLength = length;
+    if (CVnStreamRing* ring = m_pRing.load())
+        ring->SetExpectedLength(length);
 }
 
 void CVnQueueReadStream::SetMonitor(const VnProcessMonitor& monitor) noexcept
 {
     m_monitor = monitor;
+    m_writerMonitor = monitor;
     CVnQueueCustomStream::SetMonitor(monitor);
+}
+
+void* CVnQueueReadStream::QueryInterfaceExtra(REFIID iid) noexcept
+{
+    return iid == IID_IMarshal && !CVnStreamMarshaler::IsHidden() ? static_cast<IMarshal*>(&m_marshaler) : nullptr;
 }

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "host/counters.h"
 #include "host/log.h"
 #include "host/status.h"
 #include "web/header_text.h"
@@ -44,6 +45,7 @@ STDMETHODIMP CVnWebRequest::Execute(IVnWebResult** result)
 {
     if (!result)
         return E_POINTER;
+    const TExecuteTimer timer;
     *result = nullptr;
     // A receive thread of an earlier run shares the transceiver: it must be
     // gone before the handles are opened again, or its last close would hit

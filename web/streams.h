@@ -18,6 +18,8 @@
 #include "vfc/unique_resource.h"
 #include "web/interlocked_buffer.h"
 #include "web/process_monitor.h"
+#include "web/stream_marshal.h"
+#include "web/stream_ring.h"
 
 // The size limit of every stream's buffer and the size of its chunks.
 constexpr DWORD kStreamQueueLimit = 0x40000;
@@ -89,6 +91,8 @@ public:
     virtual std::unique_ptr<BYTE[]> ReadFromQueue(LONG iMaximumCount, LONG* pCount, DWORD dwTimeout);
     virtual void Lock() = 0;
     virtual void Unlock() = 0;
+    // Bytes queued, whatever holds them.
+    virtual DWORD QueuedBytes() { return m_pBuffer->GetSize(); }
 
     // Sets a new callback and block, deleting the old block first; gives the
     // old callback.
@@ -144,6 +148,13 @@ private:
 // The side from which a client reads a response body. The receive thread
 // writes into it and sets it done at the end of the body; a client read
 // waits for data through the client's monitor.
+//
+// The first marshalling towards a client's process whose unmarshaller DLL
+// can read it moves the body into a ring shared with that process (see
+// CVnStreamMarshaler): what the buffer holds goes into the ring, and from
+// then on the receive thread writes there, every read of this object reads
+// there, and whether the body is done is the ring's word, since a reader in
+// the client's process may end it too. The buffer stays empty.
 class CVnQueueReadStream : public vfc::TComObject<CVnQueueReadStream, CVnQueueCustomStream>, public IDoneable {
 public:
     CVnQueueReadStream();
@@ -158,16 +169,24 @@ public:
     std::unique_ptr<BYTE[]> ReadFromQueue(LONG iMaximumCount, LONG* pCount, DWORD dwTimeout) override;
     void Lock() override {}
     void Unlock() override {}
+    DWORD QueuedBytes() override;
+
+    // IMarshal, while it is not hidden (see CVnStreamMarshaler).
+    void* QueryInterfaceExtra(REFIID iid) noexcept;
+    // The ring, made on the first call, with what the buffer holds moved
+    // into it; null when it can't be made.
+    CVnStreamRing* StartRing();
+    DWORD ClientProcessId() const noexcept { return m_monitor.GetProcessId(); }
 
     // IDoneable: true also wakes a reader; the event is never reset here.
     void SetDone(bool bDone) override;
-    bool IsDone() const noexcept { return bDone; }
+    bool IsDone() const noexcept;
     void SetReceiveThread(std::shared_ptr<IReceiveThreadOwner> receiveThread) noexcept
     {
         m_spReceiveThread = std::move(receiveThread);
     }
     // The response's Content-Length; 0 when unknown.
-    void SetExpectedLength(LONG length) noexcept { iExpectedLength = length; }
+    void SetExpectedLength(LONG length) noexcept;
     // The client whose death ends a waiting read and a waiting write.
     void SetMonitor(const VnProcessMonitor& monitor) noexcept;
 
@@ -176,9 +195,26 @@ public:
 private:
     // Sets hDataReadyEvent when a reader waits for it.
     void _wakeReader() noexcept;
+    // The receive thread's side in ring mode.
+    void _writeToRing(CVnStreamRing* ring, const BYTE* data, DWORD cb);
+    // After a write into the buffer: moves it into the ring, if the ring was
+    // made meanwhile.
+    void _flushToRing();
+    std::unique_ptr<BYTE[]> _readFromRing(CVnStreamRing* ring, LONG iMaximumCount, LONG* pCount, DWORD dwTimeout);
 
     std::shared_ptr<IReceiveThreadOwner> m_spReceiveThread;
     VnProcessMonitor m_monitor;
+    // The receive thread's own copy, for its waits for room in the ring.
+    VnProcessMonitor m_writerMonitor;
+    CVnStreamMarshaler m_marshaler{*this};
+    // Set once by StartRing, last, under m_csRing, which the receive
+    // thread's flush after each write into the buffer takes too, so that
+    // bytes reach the ring in their order.
+    std::unique_ptr<CVnStreamRing> m_spRing;
+    std::atomic<CVnStreamRing*> m_pRing{nullptr};
+    vfc::TCriticalSection m_csRing;
+    // Orders SetDone against the moment the ring takes over the flag.
+    vfc::TCriticalSection m_csDone;
     vfc::THandle hDataReadyEvent;
     // Readers about to wait or waiting on hDataReadyEvent; a write sets the
     // event only when there is one, which saves a call to the server per chunk.

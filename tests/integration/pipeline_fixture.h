@@ -88,9 +88,9 @@ protected:
         vfc::TBstr value;
         return result && result->GetHeaderValue(vfc::TBstr(name).get(), value.put()) == S_OK ? vfc::Narrow(value.str()) : "<missing>";
     }
-    // The whole body, read in blocks through IVnStream::Read; the status that ended the reading goes to `status`
+    // The whole body, read through IVnStream::Read(readSize); the status that ended the reading goes to `status`
     // (S_OK at a clean end).
-    static std::string Body(IVnWebResult* result, HRESULT* status = nullptr)
+    static std::string Body(IVnWebResult* result, HRESULT* status = nullptr, LONG readSize = 65536)
     {
         vfc::TComPtr<IVnStream> stream;
         if (!result || FAILED(result->get_DataStream(stream.put())) || !stream)
@@ -100,7 +100,7 @@ protected:
         for (int guard = 0; guard < 1000000; ++guard) {  // up to an empty block, the end
             vn_streams::TSafeArray data;
             LONG upper = -1;
-            if (FAILED(hr = stream->Read(65536, data.put())) || !data || FAILED(SafeArrayGetUBound(data.get(), 1, &upper)) || upper < 0)
+            if (FAILED(hr = stream->Read(readSize, data.put())) || !data || FAILED(SafeArrayGetUBound(data.get(), 1, &upper)) || upper < 0)
                 break;
             bytes.append(static_cast<const char*>(data.get()->pvData), static_cast<size_t>(upper + 1));
         }
