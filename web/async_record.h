@@ -55,10 +55,10 @@ struct CVnAsyncRecord {
     vfc::THandle hEvents[3];
     vfc::THandle hCancel;
     // Set while no read is pending in the platform. Manual-reset. Under Wine
-    // a request closed under a pending read hands its connection on (to the
-    // pool, or its socket number to the next connection) while the read goes
-    // on in the platform, and that read then takes bytes of another request's
-    // response: handles given up are closed only once their read has ended.
+    // the close of a request drains and releases its connection even while a
+    // read still runs on it, and another request's read has been seen ending
+    // early at that moment: handles given up are closed only once their read
+    // has ended.
     vfc::THandle hReadIdle;
     // Guards `context.pTransceiver` against the status callback.
     vfc::TCriticalSection lock;

@@ -465,10 +465,18 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
         if (record->buffer.size() < cbBuffer)
             record->buffer.resize(cbBuffer);
         record->cbTransferred = 0;
-        ::ResetEvent(record->hReadIdle.get());
-        while (!::InternetReadFile(m_hRequest, record->buffer.data(), cbBuffer, &record->cbTransferred)) {
-            if (::GetLastError() != ERROR_IO_PENDING)
+        // Each attempt is marked pending until it ends, here or by its completion.
+        auto readPends = [&] {
+            ::ResetEvent(record->hReadIdle.get());
+            if (::InternetReadFile(m_hRequest, record->buffer.data(), cbBuffer, &record->cbTransferred))
+                return false;
+            const DWORD error = ::GetLastError();
+            if (error != ERROR_IO_PENDING)
                 ::SetEvent(record->hReadIdle.get());
+            ::SetLastError(error);  // for _processRetryError
+            return true;
+        };
+        while (readPends()) {
             LONG code = _processRetryError(method, "Can't read response. (InternetReadFile)");
             if (code == ERROR_INTERNET_FORCE_RETRY)
                 continue;
@@ -476,7 +484,7 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
                 return code;
             break;
         }
-        ::SetEvent(record->hReadIdle.get());  // done, at once or by its completion
+        ::SetEvent(record->hReadIdle.get());
         // A chunked body cut off before its last chunk ends here like a whole
         // one: Wine's read gives 0 bytes and success, and so do a second read
         // and a query of the bytes available; only a Content-Length tells.

@@ -183,7 +183,9 @@ TEST_P(ClientDeath, FiftyKilledClientsLeaveNoThreadsHandlesOrSockets)
 {
     // The origin never gives up a silent or stalled answer by itself: the
     // platform's receive time-out ends what a closed handle still waits for.
-    const TReceiveTimeout shortened(5000);
+    // It must outlast the start of a round's ten clients, one after another,
+    // or the first of them gives up before it is killed.
+    const TReceiveTimeout shortened(15000);
     const TServerProcess server;
     const int before = OriginSockets();
     TCounts baseline = {};

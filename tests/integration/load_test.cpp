@@ -43,7 +43,7 @@ TEST_F(Load, ThirtyTwoRequestsFromSeveralClientsAreAllInFlightAtOnce)
 // and the soak's two halves after it must each leave the server as that run left it.
 class Soak : public Load {
 protected:
-    // Starts the clients, which end by themselves after `ms`, and gives what each printed unless it failed.
+    // Runs the clients, which end by themselves after `ms`, each expected to exit cleanly; prints the turns they did.
     static void RunClients(DWORD ms)
     {
         SetEnvironmentVariableA("VN_SOAK_UNTIL", std::to_string(GetTickCount() + ms).c_str());
