@@ -2,6 +2,9 @@
 
 #include <iterator>
 
+#include <oleauto.h>
+
+#include "host/identities.h"
 #include "vnlinkhost.h"
 
 namespace {
@@ -38,6 +41,13 @@ CStandIn g_standIn;
 
 void CVnInterfacePins::Pin()
 {
+    // The library as the stubs find it: through its registration.
+    if (SUCCEEDED(::LoadRegTypeLib(vn_id::kLibGuid, 1, 0, LOCALE_NEUTRAL, m_typeLib.put())))
+        for (UINT i = 0, n = m_typeLib->GetTypeInfoCount(); i < n; ++i) {
+            vfc::TComPtr<ITypeInfo> info;
+            if (SUCCEEDED(m_typeLib->GetTypeInfo(i, info.put())))
+                m_typeInfos.push_back(std::move(info));
+        }
     for (const IID* iid : kHandedOut) {
         vfc::TComPtr<IStream> stream;
         if (FAILED(::CreateStreamOnHGlobal(nullptr, TRUE, stream.put())))
@@ -55,4 +65,6 @@ void CVnInterfacePins::Unpin()
             ::CoReleaseMarshalData(stream.get());
     }
     m_streams.clear();
+    m_typeInfos.clear();
+    m_typeLib.reset();
 }

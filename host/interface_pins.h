@@ -11,10 +11,18 @@
 // table-strong marshal of a stand-in per interface keeps each registration
 // from ever reaching zero. The marshalled data is never unmarshalled, so
 // nothing ever calls the stand-in through those interfaces.
+//
+// The pins also hold the registered type library and its type descriptions.
+// Wine's automation layer makes each stub from them and lets go of them
+// afterwards; its counts on them are not safe against threads that take and
+// let go at the same moment, and a description freed under another thread's
+// stub building faulted inside the calls that hand out a stream. Held here,
+// their counts never come back to zero.
 #pragma once
 
 #include <windows.h>
 #include <objbase.h>
+#include <oaidl.h>
 
 #include <vector>
 
@@ -27,11 +35,14 @@ public:
     CVnInterfacePins& operator=(const CVnInterfacePins&) = delete;
     ~CVnInterfacePins() { Unpin(); }
 
-    // Marshals the stand-in once per interface; an interface that fails stays unpinned.
+    // Holds the type library, then marshals the stand-in once per interface;
+    // an interface that fails stays unpinned.
     void Pin();
-    // Releases the marshalled data, so that the stand-in's stubs go.
+    // Releases the marshalled data, so that the stand-in's stubs go, and the library.
     void Unpin();
 
 private:
     std::vector<vfc::TComPtr<IStream>> m_streams;
+    vfc::TComPtr<ITypeLib> m_typeLib;
+    std::vector<vfc::TComPtr<ITypeInfo>> m_typeInfos;
 };
