@@ -54,12 +54,29 @@ struct CVnAsyncRecord {
     // 2: send headers and end a request. Auto-reset.
     vfc::THandle hEvents[3];
     vfc::THandle hCancel;
-    // Set while no read is pending in the platform. Manual-reset. Under Wine
-    // the close of a request drains and releases its connection even while a
-    // read still runs on it, and another request's read has been seen ending
-    // early at that moment: handles given up are closed only once their read
-    // has ended.
-    vfc::THandle hReadIdle;
+    // Under Wine the close of a request drains and releases its connection
+    // even while a read still runs on it, and another request's read has been
+    // seen ending early at that moment: handles given up are closed only once
+    // their read has ended. The mark is a flag, so that a read costs no call
+    // to the wineserver; the event is set only for a closer that waits.
+    void MarkReadPending() noexcept { ::InterlockedExchange(&m_lReadPending, 1); }
+    void MarkReadIdle() noexcept
+    {
+        ::InterlockedExchange(&m_lReadPending, 0);
+        if (m_lIdleWaiters > 0)
+            ::SetEvent(hReadIdle.get());
+    }
+    // Waits until no read is pending, up to `ms`.
+    void WaitReadIdle(DWORD ms) noexcept
+    {
+        // Announced before the look, so that an end of read after it sets the event.
+        ::InterlockedIncrement(&m_lIdleWaiters);
+        const ULONGLONG until = ::GetTickCount64() + ms;
+        for (ULONGLONG now = ::GetTickCount64(); m_lReadPending != 0 && now < until; now = ::GetTickCount64())
+            ::WaitForSingleObject(hReadIdle.get(), static_cast<DWORD>(until - now));
+        ::InterlockedDecrement(&m_lIdleWaiters);
+    }
+    vfc::THandle hReadIdle;  // auto-reset
     // Guards `context.pTransceiver` against the status callback.
     vfc::TCriticalSection lock;
 
@@ -76,4 +93,6 @@ private:
     ~CVnAsyncRecord() = default;
 
     volatile LONG m_cRefs = 1;
+    volatile LONG m_lReadPending = 0;
+    volatile LONG m_lIdleWaiters = 0;
 };

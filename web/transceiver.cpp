@@ -63,7 +63,7 @@ DWORD WINAPI CloseJobProc(LPVOID param)
 {
     std::unique_ptr<CloseJob> job(static_cast<CloseJob*>(param));
     if (job->pRecord && job->hRequest)
-        ::WaitForSingleObject(job->pRecord->hReadIdle.get(), kPendingReadLimitMs);
+        job->pRecord->WaitReadIdle(kPendingReadLimitMs);
     if (job->hRequest)
         ::InternetCloseHandle(job->hRequest);
     if (job->hConnect)
@@ -90,7 +90,7 @@ CVnAsyncRecord* CVnAsyncRecord::Create(CVnLinkhostWITransceiver* owner)
         ok = ok && event.valid();
     }
     record->hCancel.reset(::CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    record->hReadIdle.reset(::CreateEventA(nullptr, TRUE, TRUE, nullptr));
+    record->hReadIdle.reset(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
     if (!ok || !record->hCancel || !record->hReadIdle) {
         record->Release();
         return nullptr;
@@ -467,12 +467,12 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
         record->cbTransferred = 0;
         // Each attempt is marked pending until it ends, here or by its completion.
         auto readPends = [&] {
-            ::ResetEvent(record->hReadIdle.get());
+            record->MarkReadPending();
             if (::InternetReadFile(m_hRequest, record->buffer.data(), cbBuffer, &record->cbTransferred))
                 return false;
             const DWORD error = ::GetLastError();
             if (error != ERROR_IO_PENDING)
-                ::SetEvent(record->hReadIdle.get());
+                record->MarkReadIdle();
             ::SetLastError(error);  // for _processRetryError
             return true;
         };
@@ -484,7 +484,7 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
                 return code;
             break;
         }
-        ::SetEvent(record->hReadIdle.get());
+        record->MarkReadIdle();
         // A chunked body cut off before its last chunk ends here like a whole
         // one: Wine's read gives 0 bytes and success, and so do a second read
         // and a query of the bytes available; only a Content-Length tells.
@@ -664,7 +664,7 @@ void CALLBACK CVnLinkhostWITransceiver::StatusCallback(HINTERNET hInternet, DWOR
             ctx->dwError = result ? result->dwError : 0;
             ::SetEvent(ctx->hEvent);
             if (state == StateReadFile)
-                ::SetEvent(record->hReadIdle.get());
+                record->MarkReadIdle();
         }
         break;
     }
