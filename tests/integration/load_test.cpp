@@ -76,7 +76,10 @@ protected:
             const HRESULT written = request ? WriteBody(request.get(), body) : E_POINTER;
             const TAnswer answer = Answer(request.get());
             const bool ok = written == S_OK && answer.code == 200 && answer.body.find(Sha256(body)) != std::string::npos;
-            return ok ? "" : "upload " + seed + ": code " + std::to_string(answer.code) + ", " + answer.body;
+            char status[64];
+            std::snprintf(status, sizeof status, "write 0x%08lX, execute 0x%08lX", static_cast<unsigned long>(written),
+                          static_cast<unsigned long>(answer.hr));
+            return ok ? "" : "upload " + seed + ": " + status + ", code " + std::to_string(answer.code) + ", " + answer.body;
         }
         case 2: {  // a body let go after its first block
             auto request = Request(Url("/bytes?n=4194304&mode=close&seed=") + seed, L"GET");
