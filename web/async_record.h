@@ -64,7 +64,7 @@ struct CVnAsyncRecord {
     {
         ::InterlockedExchange(&m_lReadPending, 0);
         if (m_lIdleWaiters > 0)
-            ::SetEvent(hReadIdle.get());
+            ::SetEvent(m_hReadIdle.get());
     }
     // Waits until no read is pending, up to `ms`.
     void WaitReadIdle(DWORD ms) noexcept
@@ -73,10 +73,9 @@ struct CVnAsyncRecord {
         ::InterlockedIncrement(&m_lIdleWaiters);
         const ULONGLONG until = ::GetTickCount64() + ms;
         for (ULONGLONG now = ::GetTickCount64(); m_lReadPending != 0 && now < until; now = ::GetTickCount64())
-            ::WaitForSingleObject(hReadIdle.get(), static_cast<DWORD>(until - now));
+            ::WaitForSingleObject(m_hReadIdle.get(), static_cast<DWORD>(until - now));
         ::InterlockedDecrement(&m_lIdleWaiters);
     }
-    vfc::THandle hReadIdle;  // auto-reset
     // Guards `context.pTransceiver` against the status callback.
     vfc::TCriticalSection lock;
 
@@ -93,6 +92,7 @@ private:
     ~CVnAsyncRecord() = default;
 
     volatile LONG m_cRefs = 1;
+    vfc::THandle m_hReadIdle;  // auto-reset; set only while a closer waits
     volatile LONG m_lReadPending = 0;
     volatile LONG m_lIdleWaiters = 0;
 };

@@ -90,8 +90,8 @@ CVnAsyncRecord* CVnAsyncRecord::Create(CVnLinkhostWITransceiver* owner)
         ok = ok && event.valid();
     }
     record->hCancel.reset(::CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    record->hReadIdle.reset(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
-    if (!ok || !record->hCancel || !record->hReadIdle) {
+    record->m_hReadIdle.reset(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    if (!ok || !record->hCancel || !record->m_hReadIdle) {
         record->Release();
         return nullptr;
     }
