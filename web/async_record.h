@@ -86,6 +86,7 @@ struct CVnAsyncRecord {
     std::string headers;
     std::vector<BYTE> body;
     INTERNET_BUFFERSA buffers = {};
+    INTERNET_BUFFERSA readBuffers = {};
 
 private:
     CVnAsyncRecord() = default;

@@ -464,15 +464,24 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
         // this thread stops waiting for; the block is copied out when done.
         if (record->buffer.size() < cbBuffer)
             record->buffer.resize(cbBuffer);
-        record->cbTransferred = 0;
-        // Each attempt is marked pending until it ends, here or by its completion.
+        // The count comes back in the record's buffer description, not in a
+        // count of its own: Wine's InternetReadFile zeroes its count after a
+        // read pended, and its worker may have completed the read and stored
+        // the count before that, which left a whole body read as 0 bytes.
+        INTERNET_BUFFERSA& out = record->readBuffers;
         auto readPends = [&] {
+            out = {};
+            out.dwStructSize = sizeof out;
+            out.lpvBuffer = record->buffer.data();
+            out.dwBufferLength = cbBuffer;
             record->MarkReadPending();
-            if (::InternetReadFile(m_hRequest, record->buffer.data(), cbBuffer, &record->cbTransferred))
+            if (::InternetReadFileExA(m_hRequest, &out, IRF_ASYNC, ContextOf(record)))
                 return false;
             const DWORD error = ::GetLastError();
-            if (error != ERROR_IO_PENDING)
+            if (error != ERROR_IO_PENDING) {
+                out.dwBufferLength = 0;  // a failed read gave nothing
                 record->MarkReadIdle();
+            }
             ::SetLastError(error);  // for _processRetryError
             return true;
         };
@@ -488,7 +497,7 @@ LONG CVnLinkhostWITransceiver::ReceiveDataAsync(BYTE* buffer, DWORD cbBuffer, vo
         // A chunked body cut off before its last chunk ends here like a whole
         // one: Wine's read gives 0 bytes and success, and so do a second read
         // and a query of the bytes available; only a Content-Length tells.
-        read = record->cbTransferred;
+        read = out.dwBufferLength;
         memcpy(buffer, record->buffer.data(), read);
         LONG result = m_lpfnReceiveDataCallback(buffer, cbBuffer, read, param);
         if (result != 0) {
