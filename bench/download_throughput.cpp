@@ -200,16 +200,6 @@ Memory MemoryOf(HANDLE process, const std::string& unixStatus)
     return m;
 }
 
-// The server's counters, mapped from its section.
-const VnCounters* MapCounters(DWORD pid)
-{
-    char name[64];
-    snprintf(name, sizeof name, kCountersNameFormat, static_cast<unsigned long>(pid));
-    HANDLE section = OpenFileMappingA(FILE_MAP_READ, FALSE, name);
-    return section ? static_cast<const VnCounters*>(MapViewOfFile(section, FILE_MAP_READ, 0, 0, sizeof(VnCounters)))
-                   : nullptr;
-}
-
 struct Variant {
     const char* name;
     bool component;

@@ -37,3 +37,9 @@ TExecuteTimer::~TExecuteTimer()
     ::InterlockedExchangeAdd64(&counters->llExecuteTicks, now.QuadPart - m_start.QuadPart);
     ::InterlockedIncrement64(&counters->llExecutes);
 }
+
+void CountLiveObjects(VnLiveKind kind, LONG64 delta) noexcept
+{
+    if (VnCounters* counters = ProcessCounters())
+        ::InterlockedExchangeAdd64(&counters->llLiveObjects[kind], delta);
+}

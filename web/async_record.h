@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "host/counters.h"
 #include "vfc/critical_section.h"
 #include "vfc/unique_resource.h"
 
@@ -96,4 +97,5 @@ private:
     vfc::THandle m_hReadIdle;  // auto-reset; set only while a closer waits
     volatile LONG m_lReadPending = 0;
     volatile LONG m_lIdleWaiters = 0;
+    TLiveObject<kLiveRecords> m_live;
 };

@@ -21,6 +21,14 @@ HANDLE VnProcessMonitor::GetProcess() noexcept
     return hProcess.get();
 }
 
+bool VnProcessMonitor::Ended() noexcept
+{
+    if (dwProcessId == 0)
+        return false;
+    const HANDLE process = GetProcess();
+    return !process || ::WaitForSingleObject(process, 0) == WAIT_OBJECT_0;
+}
+
 DWORD VnProcessMonitor::Wait(HANDLE hEvent, DWORD dwMilliseconds) noexcept
 {
     return Wait(hEvent, dwMilliseconds, nullptr);

@@ -37,6 +37,9 @@ public:
     // call; null when no client is watched or the process can't be opened.
     HANDLE GetProcess() noexcept;
 
+    // True when the watched client has ended, or can no longer be found.
+    bool Ended() noexcept;
+
     // Waits for the event or the client's end, whichever comes first:
     // WAIT_OBJECT_0 for the event, WAIT_OBJECT_0 + 1 for the client's death,
     // WAIT_TIMEOUT when the time ran out (WAIT_FAILED as the platform gives it).

@@ -8,6 +8,7 @@
 
 #include <memory>
 
+#include "host/counters.h"
 #include "vfc/unique_resource.h"
 #include "web/streams.h"
 #include "web/transceiver.h"
@@ -32,6 +33,9 @@ public:
     // The read stream's IDoneable; not owned.
     IDoneable* m_pDoneable = nullptr;
     vfc::THandle m_hThread;
+
+private:
+    TLiveObject<kLiveReceiveOwners> m_live;
 };
 
 // The receive thread's start block: two plain pointers, no references. The

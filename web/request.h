@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "host/counters.h"
 #include "settings/config_data.h"
 #include "vfc/bstr.h"
 #include "vfc/com_object.h"
@@ -78,4 +79,5 @@ private:
     vfc::TComPtr<CVnHTTPHeaders> m_spHeaders;
     bool m_bModifiable = true;
     VnExecuteModel m_ExecuteModel = ModelInvalid;
+    TLiveObject<kLiveRequests> m_live;
 };

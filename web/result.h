@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "host/counters.h"
 #include "vfc/com_object.h"
 #include "vfc/com_ptr.h"
 #include "vfc/dispatch.h"
@@ -37,4 +38,5 @@ public:
 private:
     vfc::TComPtr<CVnQueueReadStream> m_spStream;
     vfc::TComPtr<CVnHTTPHeaders> m_spHeaders;
+    TLiveObject<kLiveResults> m_live;
 };

@@ -140,6 +140,23 @@ STDMETHODIMP CVnStreamMarshaler::MarshalInterface(IStream* pStm, REFIID riid, vo
 {
     if (!pStm)
         return E_POINTER;
+    const HRESULT hr = _marshal(pStm, riid, pv, context, pvContext, flags);
+    // A client that died during the call that hands it the stream had its
+    // references let go before the reference marshalled here existed, and no
+    // one would let go of this one: it would keep the stream, and the body's
+    // transceiver, for the life of the server. Its end is signalled before
+    // that letting go runs, so a client that has not ended now is still
+    // dealt with by it.
+    if (SUCCEEDED(hr) && VnProcessMonitor(m_stream.ClientProcessId()).Ended()) {
+        DisconnectObject(0);
+        return RPC_E_DISCONNECTED;
+    }
+    return hr;
+}
+
+HRESULT CVnStreamMarshaler::_marshal(IStream* pStm, REFIID riid, void* pv, DWORD context, void* pvContext,
+                                     DWORD flags)
+{
     if (!_useRing(riid, context, flags)) {
         vfc::TComPtr<IMarshal> standard;
         HRESULT hr = _standard(riid, context, pvContext, flags, standard.put());

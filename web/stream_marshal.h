@@ -56,6 +56,8 @@ private:
     // unmarshaller offers, and an unmarshaller registered, with its file
     // present, for the client's bitness (found out once per stream).
     bool _useRing(REFIID riid, DWORD context, DWORD flags);
+    // Writes the packet and the reference, or has the standard marshaller do it.
+    HRESULT _marshal(IStream* pStm, REFIID riid, void* pv, DWORD context, void* pvContext, DWORD flags);
     // The platform's standard marshaller for the stream.
     HRESULT _standard(REFIID riid, DWORD context, void* pvContext, DWORD flags, IMarshal** out);
 

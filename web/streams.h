@@ -10,6 +10,7 @@
 #include <atomic>
 #include <memory>
 
+#include "host/counters.h"
 #include "vnlinkhost.h"
 
 #include "vfc/com_object.h"
@@ -121,6 +122,7 @@ private:
     AfterWriteCallback pfnAfterWrite = nullptr;
     std::unique_ptr<AfterWriteParam> pAfterWriteParam;
     std::atomic<DWORD> cbPosition{0};
+    TLiveObject<kLiveStreams> m_live;
 };
 
 // The side into which a client writes a request body. Its buffer never makes

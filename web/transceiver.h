@@ -10,6 +10,7 @@
 
 #include <string>
 
+#include "host/counters.h"
 #include "vfc/critical_section.h"
 #include "web/async_record.h"
 #include "web/process_monitor.h"
@@ -161,4 +162,5 @@ private:
     HWND m_hWnd = nullptr;
     bool m_bInteractive = true;
     bool m_bSkipHeadAuth = false;
+    TLiveObject<kLiveTransceivers> m_live;
 };

@@ -8,10 +8,13 @@
 #include <tlhelp32.h>
 
 #include <algorithm>
+#include <array>
+#include <functional>
 #include <cstdlib>
 #include <ostream>
 #include <vector>
 
+#include "host/counters.h"
 #include "integration/pipeline_fixture.h"
 
 namespace vn_test {
@@ -78,23 +81,44 @@ inline int OriginSockets()
     }));
 }
 
-struct TCounts { int threads, handles, sockets; };
+// Requests, results, streams, receive threads' owners, transceivers and their records alive in the server, as it counts
+// them itself, kind by kind. Its counters are made with the first of them.
+using TObjects = std::array<LONG64, kLiveKinds>;
 
-inline TCounts CountsOf(DWORD pid) { return {static_cast<int>(ThreadTimes(pid).size()), Handles(pid), OriginSockets()}; }
+inline TObjects LiveObjects(DWORD pid)
+{
+    TObjects live = {};
+    if (const VnCounters* counters = MapCounters(pid)) {
+        std::copy(counters->llLiveObjects, counters->llLiveObjects + kLiveKinds, live.begin());
+        UnmapViewOfFile(counters);
+    }
+    return live;
+}
+
+struct TCounts { int threads, handles, sockets; TObjects objects; };
+
+inline TCounts CountsOf(DWORD pid)
+{
+    return {static_cast<int>(ThreadTimes(pid).size()), Handles(pid), OriginSockets(), LiveObjects(pid)};
+}
 
 inline std::ostream& operator<<(std::ostream& out, const TCounts& c)
 {
-    return out << c.threads << " threads, " << c.handles << " handles, " << c.sockets << " sockets";
+    static const char* const kinds[kLiveKinds] = {"requests", "results", "streams", "owners", "transceivers", "records"};
+    out << c.threads << " threads, " << c.handles << " handles, " << c.sockets << " sockets;";
+    for (int i = 0; i < kLiveKinds; ++i)
+        out << " " << c.objects[i] << " " << kinds[i];
+    return out;
 }
 
 // The counts once the server has nothing left to do.
 inline TCounts Settled(DWORD pid) { return WaitUntil([pid] { return Idle(pid); }, 15000), CountsOf(pid); }
 
 // The server is idle again, with no more than a few threads (the platform's pools), handles and sockets (one kept-alive
-// connection) over the baseline, and it is still the same process. Under Wine a closed handle's I/O goes on until the
-// server answers, the platform's receive time-out ends it, or the platform has read the rest of the body: hence the
-// generous wait. After many clients the platform's pool of kept-alive connections takes up to two minutes to let its
-// idle ones go.
+// connection) over the baseline and not one object of a request more, and it is still the same process. Under Wine a
+// closed handle's I/O goes on until the server answers, the platform's receive time-out ends it, or the platform has
+// read the rest of the body: hence the generous wait. After many clients the platform's pool of kept-alive connections
+// takes up to two minutes to let its idle ones go.
 inline void ExpectBackTo(const TCounts& baseline, const TServerProcess& server, DWORD waitMs = 45000)
 {
     TCounts now = {};
@@ -102,7 +126,8 @@ inline void ExpectBackTo(const TCounts& baseline, const TServerProcess& server, 
         [&] {
             now = CountsOf(server.pid());
             return now.threads <= baseline.threads + 3 && now.handles <= baseline.handles + 20 &&
-                   now.sockets <= baseline.sockets + 1;
+                   now.sockets <= baseline.sockets + 1 &&
+                   std::equal(now.objects.begin(), now.objects.end(), baseline.objects.begin(), std::less_equal<>());
         },
         waitMs))
         << "baseline " << baseline << ", now " << now;
