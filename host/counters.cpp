@@ -43,3 +43,9 @@ void CountLiveObjects(VnLiveKind kind, LONG64 delta) noexcept
     if (VnCounters* counters = ProcessCounters())
         ::InterlockedExchangeAdd64(&counters->llLiveObjects[kind], delta);
 }
+
+void CountHeapBytes(LONG64 delta) noexcept
+{
+    if (VnCounters* counters = ProcessCounters())
+        ::InterlockedExchangeAdd64(&counters->llHeapBytes, delta);
+}

@@ -18,6 +18,8 @@ enum VnLiveKind : int {
     kLiveReceiveOwners,
     kLiveTransceivers,
     kLiveRecords,
+    kLiveSessions,
+    kLiveHeaders,
     kLiveKinds
 };
 
@@ -27,6 +29,7 @@ struct VnCounters {
     volatile LONG64 llExecutes;  // Execute calls that returned
     volatile LONG64 llExecuteTicks;  // their time inside the server, in ticks
     volatile LONG64 llLiveObjects[kLiveKinds];  // objects of each kind alive now
+    volatile LONG64 llHeapBytes;     // held through operator new by the server's own code
 };
 
 // The counters of this process; null when the section could not be made.
@@ -57,6 +60,9 @@ public:
 private:
     LARGE_INTEGER m_start;
 };
+
+// Adds `delta` to the bytes held through operator new.
+void CountHeapBytes(LONG64 delta) noexcept;
 
 // Adds `delta` to the live objects of a kind.
 void CountLiveObjects(VnLiveKind kind, LONG64 delta) noexcept;

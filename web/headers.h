@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/counters.h"
 #include "vfc/bstr.h"
 #include "vfc/com_object.h"
 
@@ -77,4 +78,5 @@ private:
     std::unique_ptr<THeaderList> m_pList;
     LONG m_iEnumPos = 0;
     std::string m_tstrStatusLine;
+    TLiveObject<kLiveHeaders> m_live;
 };

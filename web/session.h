@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "host/counters.h"
 #include "settings/config_data.h"
 #include "settings/session_connection.h"
 #include "vfc/com_object.h"
@@ -36,4 +37,5 @@ private:
     CVnSessionConnection m_sessionConnection;
     VnProcessMonitor m_monitor;
     HWND m_hWnd = nullptr;
+    TLiveObject<kLiveSessions> m_live;
 };

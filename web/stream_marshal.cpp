@@ -146,11 +146,11 @@ STDMETHODIMP CVnStreamMarshaler::MarshalInterface(IStream* pStm, REFIID riid, vo
     // one would let go of this one: it would keep the stream, and the body's
     // transceiver, for the life of the server. Its end is signalled before
     // that letting go runs, so a client that has not ended now is still
-    // dealt with by it.
-    if (SUCCEEDED(hr) && VnProcessMonitor(m_stream.ClientProcessId()).Ended()) {
+    // dealt with by it. The marshalling itself still succeeds: the call's
+    // stub then lets go of the reference the call returned, as it does after
+    // any reply, where a failure here would leave it held.
+    if (SUCCEEDED(hr) && VnProcessMonitor(m_stream.ClientProcessId()).Ended())
         DisconnectObject(0);
-        return RPC_E_DISCONNECTED;
-    }
     return hr;
 }
 
