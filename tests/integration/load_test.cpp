@@ -118,7 +118,7 @@ TEST_F(Soak, SixteenClientProcessesWorkingForMinutesLeaveTheServerAsTheyFoundIt)
         const int turns = RunClients(half);
         ExpectBackTo(baseline, server, 150000);
         std::printf("after half %d (%d turns): own heap %lld bytes (baseline %lld), resident memory %.1f MiB\n", i, turns,
-                    HeapBytes(server.pid()), baseline.heap, ResidentBytes(server.pid()) / 1048576.0);
+                    CountsOf(server.pid()).heap, baseline.heap, ResidentBytes(server.pid()) / 1048576.0);
     }
     EXPECT_EQ("", FetchChecked(Url("/bytes?n=100000&seed=1"))) << "the server must still serve";
 }

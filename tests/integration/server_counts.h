@@ -9,8 +9,8 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <cstdlib>
+#include <functional>
 #include <ostream>
 #include <vector>
 
@@ -81,35 +81,22 @@ inline int OriginSockets()
     }));
 }
 
-// Sessions, requests, results, headers, streams, receive threads' owners, transceivers and their records alive in the
-// server, as it counts them itself, kind by kind. Its counters are made with the first of them.
+// What the server counts of itself: sessions, requests, results, headers, streams, receive threads' owners,
+// transceivers and their records alive, kind by kind, and the bytes its own code holds through operator new. All 0
+// before its counters exist.
 using TObjects = std::array<LONG64, kLiveKinds>;
-
-inline TObjects LiveObjects(DWORD pid)
-{
-    TObjects live = {};
-    if (const VnCounters* counters = MapCounters(pid)) {
-        std::copy(counters->llLiveObjects, counters->llLiveObjects + kLiveKinds, live.begin());
-        UnmapViewOfFile(counters);
-    }
-    return live;
-}
-
-// Bytes that the server's own code holds through operator new (0 before its counters exist).
-inline LONG64 HeapBytes(DWORD pid)
-{
-    const VnCounters* counters = MapCounters(pid);
-    const LONG64 bytes = counters ? counters->llHeapBytes : 0;
-    if (counters)
-        UnmapViewOfFile(counters);
-    return bytes;
-}
 
 struct TCounts { int threads, handles, sockets; TObjects objects; LONG64 heap; };
 
 inline TCounts CountsOf(DWORD pid)
 {
-    return {static_cast<int>(ThreadTimes(pid).size()), Handles(pid), OriginSockets(), LiveObjects(pid), HeapBytes(pid)};
+    TCounts counts = {static_cast<int>(ThreadTimes(pid).size()), Handles(pid), OriginSockets(), {}, 0};
+    if (const VnCounters* counters = MapCounters(pid)) {
+        std::copy(counters->llLiveObjects, counters->llLiveObjects + kLiveKinds, counts.objects.begin());
+        counts.heap = counters->llHeapBytes;
+        UnmapViewOfFile(counters);
+    }
+    return counts;
 }
 
 inline std::ostream& operator<<(std::ostream& out, const TCounts& c)
