@@ -57,9 +57,9 @@ private:
     HRESULT Execute();
     HRESULT _sendResponseHead();
     HRESULT SendRequestResult();
-    // Sends the held piece from where the last send stopped; the count sent
-    // now, and in `error` the platform's code that stopped it (0: all sent).
-    LONG _sendPending(int& error);
+    // Sends the held piece from where the last send stopped; in `error` the
+    // platform's code that stopped it (0: all sent).
+    void _sendPending(int& error);
     void _dropPending();
     void ClearAfterExecute();
     void _newRequest();

@@ -94,10 +94,9 @@ HRESULT CVnProxySocket::_sendResponseHead()
     return S_OK;
 }
 
-LONG CVnProxySocket::_sendPending(int& error)
+void CVnProxySocket::_sendPending(int& error)
 {
     error = 0;
-    LONG sentNow = 0;
     while (m_pendingSent < m_pendingSize) {
         const int sent = m_pSocket->SendBytes(reinterpret_cast<const char*>(m_pPendingData.get()) + m_pendingSent,
                                               m_pendingSize - m_pendingSent);
@@ -108,9 +107,7 @@ LONG CVnProxySocket::_sendPending(int& error)
         // A short count (Wine gives one where Windows takes the whole piece)
         // is followed by the rest at once.
         m_pendingSent += sent;
-        sentNow += sent;
     }
-    return sentNow;
 }
 
 void CVnProxySocket::_dropPending()
@@ -130,9 +127,14 @@ HRESULT CVnProxySocket::SendRequestResult()
             _dropPending();
             return E_FAIL;
         }
-        const LONG sentNow = _sendPending(error);
-        if (error == WSAEWOULDBLOCK && sentNow > 0)
-            return S_OK;  // moving, but full again: on at the next write event
+        // A socket still full keeps its piece for the next write event, even
+        // when nothing of it went out this time. Dropping it would cut bytes
+        // out of the middle of the body, and the request would then run
+        // again into the same stream, whose receive thread still waits for
+        // room in the queue that this connection no longer empties.
+        _sendPending(error);
+        if (error == WSAEWOULDBLOCK)
+            return S_OK;
         if (error != 0) {
             LogLine(vn_log::kErrorDec, method, "m_pSocket->SendBytes (previous fragment) failed.", error);
             _dropPending();

@@ -72,6 +72,8 @@ bool InterlockedBuffer::Write(const BYTE* pbData, DWORD cb)
     DWORD take = std::min(maxChunkSize, cb);
     while (cb > 0) {
         if (bWaitWhenFull && cbQueued + take > dwMaxSize) {
+            if (m_bWriterReleased)
+                return false;
             // The reset and the flag happen under the lock, so the read that
             // makes room after this point sets the event and the wait sees it.
             ::ResetEvent(hSpaceEvent.get());
@@ -83,7 +85,7 @@ bool InterlockedBuffer::Write(const BYTE* pbData, DWORD cb)
             const bool goOn = _waitForSpace();
             lock.Enter();
             --m_cWritersWaiting;
-            if (!goOn)
+            if (!goOn || m_bWriterReleased)
                 return false;
             continue;
         }
@@ -177,6 +179,18 @@ DWORD InterlockedBuffer::GetSize()
 {
     vfc::TLock lock(m_cs);
     return cbQueued;
+}
+
+void InterlockedBuffer::ReleaseWriter(bool release)
+{
+    bool wakeWriter;
+    {
+        vfc::TLock lock(m_cs);
+        m_bWriterReleased = release;
+        wakeWriter = release && m_cWritersWaiting > 0;
+    }
+    if (wakeWriter)
+        ::SetEvent(hSpaceEvent.get());
 }
 
 void InterlockedBuffer::Drain()

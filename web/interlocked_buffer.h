@@ -40,6 +40,9 @@ public:
     DWORD GetSize();
     // Throws away all that is queued and wakes a writer waiting for room.
     void Drain();
+    // While released, a writer waiting for room gives up as if its client had
+    // died: nobody will make room in a queue whose reader has been let go.
+    void ReleaseWriter(bool release);
     // The client whose death ends a wait for room. Set before the writer starts.
     void SetMonitor(const VnProcessMonitor& monitor) noexcept { m_monitor = monitor; }
 
@@ -73,5 +76,6 @@ private:
     // every chunk.
     int m_cWritersWaiting = 0;
     int m_cReadersWaiting = 0;
+    bool m_bWriterReleased = false;
     VnProcessMonitor m_monitor;
 };

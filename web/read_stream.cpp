@@ -268,6 +268,10 @@ void CVnQueueReadStream::SetDone(bool done)
         if (CVnStreamRing* ring = m_pRing.load())
             ring->SetDone(done);
     }
+    // A receive thread waiting for room stops as well: once the stream is
+    // done nobody empties the queue for it, and the next Execute joins it.
+    if (m_pBuffer)
+        m_pBuffer->ReleaseWriter(done);
     if (done)
         ::SetEvent(hDataReadyEvent.get());
 }

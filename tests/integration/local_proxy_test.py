@@ -210,6 +210,19 @@ class SurvivesOddClients(unittest.TestCase):
                 s.sendall(request[i:i + 3])
             self.assertEqual("/echo?split=1", json.loads(read_response(s.makefile("rb"))[2])["target"])
 
+    def test_a_client_that_writes_while_its_response_waits_for_it(self):
+        # Each line it sends while not reading brings a job that finds the socket still full: the
+        # piece waiting to go out must stay, and the body arrive whole.
+        with connect(HOLDERS["direct"]) as s, s.makefile("rb") as f:
+            s.sendall(get("/bytes?n=8388608"))
+            headers = read_response(f, bodiless=True)[1]
+            time.sleep(1.5)  # the proxy's sends block by now
+            for _ in range(3):
+                s.sendall(b"\r\n")
+                time.sleep(0.3)
+            self.assertEqual(headers["x-body-sha256"], hashlib.sha256(f.read(8388608)).hexdigest())
+        self.assertStillServes()
+
     def test_a_client_that_leaves_during_a_response(self):
         with connect(HOLDERS["direct"]) as s:
             s.sendall(get("/bytes?n=30000000"))
