@@ -44,14 +44,14 @@ def raw(*args):
 
 
 def server_kib():
-    """Resident memory of this prefix's server process, in KiB."""
+    """Resident memory of this prefix's server process, in KiB, and its number of threads."""
     for environ in glob.glob("/proc/[0-9]*/environ"):
         try:
             cmdline = open(environ[:-7] + "cmdline", "rb").read()
             if b"VnLinkhost.exe" in cmdline and ("WINEPREFIX=" + ENV["WINEPREFIX"]).encode() + b"\0" in \
                     open(environ, "rb").read():
                 status = open(environ[:-7] + "status").read()
-                return int(re.search(r"VmRSS:\s+(\d+)", status).group(1))
+                return tuple(int(re.search(field + r":\s+(\d+)", status).group(1)) for field in ("VmRSS", "Threads"))
         except OSError:
             pass
     raise RuntimeError("no server process in this prefix")
@@ -69,7 +69,7 @@ def memory(holder, script, done):
     # its worker read the rest of the body first.
     streams = [subprocess.Popen(["curl", "-sS", "--fail", "-x", holder.url, "--limit-rate", "2M", "-o", os.devnull,
                                  ORIGIN + "/bytes?n=%d&seed=%d" % (16 << 20, i)]) for i in range(63)]
-    streaming = 0
+    streaming = (0, 0)
     while any(stream.poll() is None for stream in streams):
         streaming = max(streaming, server_kib())
         time.sleep(0.5)
@@ -77,9 +77,10 @@ def memory(holder, script, done):
     while done < 10000:
         done += wrk(holder.url, script)[1]
     after = settled_kib()
-    bound = rest + 63 * 256
-    print("server memory: at rest %d KiB, 63 clients streaming %d KiB (bound %d KiB: %s), after %d requests %d KiB"
-          % (rest, streaming, bound, "held" if streaming <= bound else "EXCEEDED", done, after))
+    bound = rest[0] + 63 * 256
+    print("server memory: at rest %d KiB (%d threads), 63 clients streaming %d KiB (%d threads; bound %d KiB: %s), "
+          "after %d requests %d KiB (%d threads)" % (rest + streaming + (bound, "held" if
+          streaming[0] <= bound else "EXCEEDED", done) + after))
 
 
 def main():
