@@ -29,7 +29,8 @@ public:
 
     // Queues cb bytes, waiting for room as described above. Gives whether the
     // queue is below its limit afterwards; false also when the client died
-    // while this call waited, in which case what was queued before stays.
+    // while this call waited or the writer is released (ReleaseWriter), in
+    // which case what was queued before stays.
     // Throws std::invalid_argument for null data.
     bool Write(const BYTE* pbData, DWORD cb);
     // Takes up to cb bytes from the front and gives their count; 0 at once
