@@ -24,6 +24,8 @@ void PrintTo(const Moment& moment, std::ostream* out) { *out << moment.name; }
 
 const Moment kMoments[] = {
     {"BlockedInExecute", "/silent?", false},
+    // Dead before the answer comes: Execute then returns a result for a client that has gone.
+    {"DeadBeforeExecuteReturns", "/bytes?n=4194304&mode=close&head_ms=8000", false},
     {"BlockedInRead", "/stall?n=1000000&sent=20000", true},
     // 1 GiB at up to 16 MB/s, delimited by the connection's close: the platform then closes the connection with the
     // request instead of reading the rest of the body first.
