@@ -180,9 +180,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def dispatch(self):
         route, echo = self.route, self.describe(query=self.query, tls=self.server.name != "http")
-        if self.number("head_ms", 0):  # logged on arrival, answered later
+        head_ms = self.number("head_ms", 0)
+        if head_ms:  # logged on arrival, answered later
             add(self.describe(status=0))
-            time.sleep(self.number("head_ms", 0) / 1000.0)
+            time.sleep(head_ms / 1000.0)
         if route == "/echo":
             return self.json(echo)
         if route in ("/auth/basic", "/auth/digest"):
