@@ -2,8 +2,6 @@
 
 #include <iterator>
 
-#include <oleauto.h>
-
 #include "host/identities.h"
 #include "vnlinkhost.h"
 
@@ -41,13 +39,7 @@ CStandIn g_standIn;
 
 void CVnInterfacePins::Pin()
 {
-    // The library as the stubs find it: through its registration.
-    if (SUCCEEDED(::LoadRegTypeLib(vn_id::kLibGuid, 1, 0, LOCALE_NEUTRAL, m_typeLib.put())))
-        for (UINT i = 0, n = m_typeLib->GetTypeInfoCount(); i < n; ++i) {
-            vfc::TComPtr<ITypeInfo> info;
-            if (SUCCEEDED(m_typeLib->GetTypeInfo(i, info.put())))
-                m_typeInfos.push_back(std::move(info));
-        }
+    m_typeLib.Hold(vn_id::kLibGuid, 1, 0);
     for (const IID* iid : kHandedOut) {
         vfc::TComPtr<IStream> stream;
         if (FAILED(::CreateStreamOnHGlobal(nullptr, TRUE, stream.put())))
@@ -65,6 +57,5 @@ void CVnInterfacePins::Unpin()
             ::CoReleaseMarshalData(stream.get());
     }
     m_streams.clear();
-    m_typeInfos.clear();
-    m_typeLib.reset();
+    m_typeLib.Release();
 }

@@ -12,12 +12,9 @@
 // from ever reaching zero. The marshalled data is never unmarshalled, so
 // nothing ever calls the stand-in through those interfaces.
 //
-// The pins also hold the registered type library and its type descriptions.
-// Wine's automation layer makes each stub from them and lets go of them
-// afterwards; its counts on them are not safe against threads that take and
-// let go at the same moment, and a description freed under another thread's
-// stub building faulted inside the calls that hand out a stream. Held here,
-// their counts never come back to zero.
+// The pins also hold the registered type library (see TTypeLibraryHold): a
+// description freed under another thread's stub building once faulted inside
+// the calls that hand out a stream.
 #pragma once
 
 #include <windows.h>
@@ -27,6 +24,7 @@
 #include <vector>
 
 #include "vfc/com_ptr.h"
+#include "vfc/type_library.h"
 
 class CVnInterfacePins {
 public:
@@ -43,6 +41,5 @@ public:
 
 private:
     std::vector<vfc::TComPtr<IStream>> m_streams;
-    vfc::TComPtr<ITypeLib> m_typeLib;
-    std::vector<vfc::TComPtr<ITypeInfo>> m_typeInfos;
+    vfc::TTypeLibraryHold m_typeLib;
 };

@@ -7,11 +7,32 @@
 #include "host/identities.h"
 #include "vfc/class_object.h"
 #include "vfc/com_object.h"
+#include "vfc/critical_section.h"
 #include "vfc/module_lock.h"
+#include "vfc/type_library.h"
 #include "web/stream_marshal.h"
 #include "web/unmarshal/ring_stream.h"
 
 namespace {
+
+// The server's type library, held in the client's process from its first
+// stream on: every proxy the platform makes there for the server's objects
+// (requests, results, streams) is made from it, and would parse it again
+// from the server's file each time. Let go of when the DLL may be unloaded;
+// never at the process's end, where the release would run under the loader's lock.
+vfc::TCriticalSection g_csLibrary;
+vfc::TTypeLibraryHold& Library()
+{
+    static vfc::TTypeLibraryHold* const held = new vfc::TTypeLibraryHold;
+    return *held;
+}
+
+void HoldLibrary() noexcept
+{
+    const vfc::TLock lock(g_csLibrary);
+    if (!Library().Held())
+        Library().Hold(vn_id::kLibGuid, 1, 0);
+}
 
 // Reads the ring's packet ahead of the standard reference to the stream.
 HRESULT ReadPacket(IStream* stream, VnRingPacket& packet)
@@ -50,6 +71,7 @@ public:
         hr = ::CoUnmarshalInterface(stream, IID_IVnStream, server.put_void());
         if (FAILED(hr))
             return hr;
+        HoldLibrary();
         vfc::TComPtr<CVnRingStream> ring;
         if (packet.szName[0] && SUCCEEDED(vfc::CreateInto(ring)) && ring->Open(packet.szName, packet.dwServerPid)) {
             ring->SetServerStream(server);
@@ -96,5 +118,9 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** p
 
 extern "C" HRESULT WINAPI DllCanUnloadNow()
 {
-    return vfc::ModuleLockCountWithoutTarget() == 0 ? S_OK : S_FALSE;
+    if (vfc::ModuleLockCountWithoutTarget() != 0)
+        return S_FALSE;
+    const vfc::TLock lock(g_csLibrary);
+    Library().Release();
+    return S_OK;
 }
