@@ -208,8 +208,9 @@ AfterWriteCallback CVnQueueCustomStream::SetAfterWriteCallback(AfterWriteCallbac
 
 bool CVnQueueCustomStream::IsEmpty()
 {
+    // A read stream whose body went into a ring holds it there.
     TStreamLock lock(*this);
-    return m_pBuffer->GetSize() == 0;
+    return QueuedBytes() == 0;
 }
 
 DWORD CVnQueueCustomStream::GetPosition()

@@ -62,6 +62,29 @@ TEST_F(BodyCrossing, ReadThatRunsOutOfTimeEndsTheBody)
     EXPECT_EQ(-1, Available(result.get()));
 }
 
+// ReadString goes to the server's stream, which reads the same ring as this process's Read: the two take turns on
+// one body, and a line read there leaves nothing behind here.
+TEST_F(BodyCrossing, ReadStringAndReadTakeTurnsOnOneBody)
+{
+    vfc::TComPtr<IVnWebResult> result;
+    vfc::TComPtr<IVnStream> stream;
+    ASSERT_EQ(S_OK, Execute(Request(Url("/status/200"), L"GET").get(), result));
+    ASSERT_EQ(S_OK, result->get_DataStream(stream.put()));
+    LONG available = 0;
+    for (int wait = 0; wait < 500 && SUCCEEDED(stream->get_AvailableBytes(&available)) && available < 11; ++wait)
+        Sleep(10);
+    ASSERT_EQ(11, available) << "the body \"status 200\\n\" did not arrive";
+    vn_streams::TSafeArray data;
+    ASSERT_EQ(S_OK, stream->Read(3, data.put()));
+    vfc::TBstr line, after;
+    EXPECT_EQ(S_OK, stream->ReadString(line.put()));
+    EXPECT_EQ(S_OK, stream->ReadString(after.put()));
+    EXPECT_EQ(std::make_tuple(std::string("sta"), std::wstring(L"tus 200\n"), LONG{-1}, true),
+              std::make_tuple(std::string(static_cast<const char*>(data.get()->pvData), data.get()->rgsabound[0].cElements),
+                              line.str(), Available(result.get()), !after.get() || !*after.get()));
+    EXPECT_NE(nullptr, GetModuleHandleA(kStreamDll)) << "the reads did not go through the ring";
+}
+
 // A script client reads a body through the same interfaces, by name. The
 // session names this test's process, of the script's bitness, so that the
 // server takes the ring; each Read(n) of what AvailableBytes announced must
