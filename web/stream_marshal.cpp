@@ -126,7 +126,7 @@ STDMETHODIMP CVnStreamMarshaler::GetMarshalSizeMax(REFIID riid, void* pv, DWORD 
     if (_useRing(riid, context, flags)) {
         const THideMarshal hidden;
         ULONG inner = 0;
-        const HRESULT hr = ::CoGetMarshalSizeMax(&inner, IID_IVnStream, m_stream.GetUnknown(), context, pvContext, flags);
+        const HRESULT hr = ::CoGetMarshalSizeMax(&inner, IID_IUnknown, m_stream.GetUnknown(), context, pvContext, flags);
         *pSize = sizeof(VnRingPacket) + inner;
         return hr;
     }
@@ -173,10 +173,10 @@ HRESULT CVnStreamMarshaler::_marshal(IStream* pStm, REFIID riid, void* pv, DWORD
     HRESULT hr = pStm->Write(&packet, sizeof packet, nullptr);
     if (FAILED(hr))
         return hr;
-    // The unmarshaller asks for the stream's own interface, so that its
-    // standard proxy needs no further query across the processes.
+    // The stream's IUnknown: its stub and its proxy need no type library,
+    // and the reads don't go through it (see CVnRingStream).
     const THideMarshal hidden;
-    return ::CoMarshalInterface(pStm, IID_IVnStream, m_stream.GetUnknown(), context, pvContext, flags);
+    return ::CoMarshalInterface(pStm, IID_IUnknown, m_stream.GetUnknown(), context, pvContext, flags);
 }
 
 STDMETHODIMP CVnStreamMarshaler::UnmarshalInterface(IStream*, REFIID, void** ppv)

@@ -91,5 +91,21 @@ STDMETHODIMP CVnRingStream::ReadStringWithTimeout(LONG millisecondsTimeout, BSTR
     if (!text)
         return E_POINTER;
     *text = nullptr;
-    return m_spServer ? m_spServer->ReadStringWithTimeout(millisecondsTimeout, text) : E_UNEXPECTED;
+    vfc::TComPtr<IVnStream> server;
+    const HRESULT hr = _serverStream(server);
+    return FAILED(hr) ? hr : server->ReadStringWithTimeout(millisecondsTimeout, text);
+}
+
+HRESULT CVnRingStream::_serverStream(vfc::TComPtr<IVnStream>& stream)
+{
+    const vfc::TLock lock(m_csServerStream);
+    if (!m_spServerStream) {
+        if (!m_spServer)
+            return E_UNEXPECTED;
+        const HRESULT hr = m_spServer->QueryInterface(IID_IVnStream, m_spServerStream.put_void());
+        if (FAILED(hr))
+            return hr;
+    }
+    stream = m_spServerStream;
+    return S_OK;
 }

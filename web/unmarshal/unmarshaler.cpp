@@ -67,8 +67,8 @@ public:
         HRESULT hr = ReadPacket(stream, packet);
         if (FAILED(hr))
             return hr;
-        vfc::TComPtr<IVnStream> server;
-        hr = ::CoUnmarshalInterface(stream, IID_IVnStream, server.put_void());
+        vfc::TComPtr<IUnknown> server;
+        hr = ::CoUnmarshalInterface(stream, IID_IUnknown, server.put_void());
         if (FAILED(hr))
             return hr;
         HoldLibrary();
