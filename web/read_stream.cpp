@@ -145,11 +145,19 @@ CVnStreamRing* CVnQueueReadStream::StartRing()
     if (CVnStreamRing* ring = m_pRing.load())
         return ring;
     std::unique_ptr<CVnStreamRing> ring(new (std::nothrow) CVnStreamRing);
-    std::unique_ptr<BYTE[]> queued(new (std::nothrow) BYTE[kStreamQueueLimit]);
-    if (!ring || !queued || !ring->Create(GetPosition(), iExpectedLength))
+    if (!ring || !ring->Create(GetPosition(), iExpectedLength))
         return nullptr;
-    // It all fits without a wait: the ring is as large as the buffer's bound.
-    ring->Write(queued.get(), m_pBuffer->Read(queued.get(), kStreamQueueLimit), nullptr);
+    // What the buffer holds now fits without a wait: the ring is as large as
+    // the buffer's bound. What the receive thread adds meanwhile is its own
+    // flush's, which waits for this lock; moving it here could fill the ring
+    // before the client has it, and wait for ever.
+    BYTE block[kStreamChunkSize];
+    for (DWORD left = std::min<DWORD>(m_pBuffer->GetSize(), kRingCapacity), moved = 0; left > 0; left -= moved) {
+        moved = m_pBuffer->Read(block, std::min<DWORD>(left, sizeof block));
+        if (moved == 0)
+            break;
+        ring->Write(block, moved, nullptr);
+    }
     m_spRing = std::move(ring);
     {
         // The bytes are in before the ring can say that the body is done.
