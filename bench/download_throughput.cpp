@@ -30,6 +30,10 @@
 
 namespace {
 
+// The server's own time may be this many raw requests: its pre-flight is a
+// second round trip by design.
+constexpr double kServerGoal = 2.5;
+
 double Now()
 {
     static const LARGE_INTEGER frequency = [] {
@@ -339,7 +343,7 @@ int main(int argc, char** argv)
         // of figures taken moments apart, are what is compared.
         if (comTime >= 0) {
             comMs.push_back(comTime * 1000);
-            clientRatios.push_back(clientTime / (2.5 * rawTime + comTime));
+            clientRatios.push_back(clientTime / (kServerGoal * rawTime + comTime));
         }
         rawMs.push_back(rawTime * 1000);
         clientMs.push_back(clientTime * 1000);
@@ -360,11 +364,11 @@ int main(int argc, char** argv)
     std::printf("  client, the whole GET (request, Execute,%7.2f   (%6.2f .. %6.2f)   / raw %5.2f\n", c.median, c.low,
                 c.high, c.median / r.median);
     std::printf("    DataStream, reads, three releases)\n");
-    std::printf("  the same COM calls with no request behind%6.2f   (%6.2f .. %6.2f)\n", k.median, k.low, k.high);
+    std::printf("  calls of the same kind, no request behind%6.2f   (%6.2f .. %6.2f)\n", k.median, k.low, k.high);
     std::printf("  the medians: client against 2.5 x raw + those calls %6.2f against %6.2f\n", c.median,
-                2.5 * r.median + k.median);
+                kServerGoal * r.median + k.median);
     std::printf("  each round's server / raw                %6.2f   (%6.2f .. %6.2f)   <= 2.5: %s\n", sr.median, sr.low,
-                sr.high, sr.median <= 2.5 ? "met" : "NOT met");
+                sr.high, sr.median <= kServerGoal ? "met" : "NOT met");
     std::printf("  each round's client / (2.5 x raw + those calls)\n");
     std::printf("                                           %6.2f   (%6.2f .. %6.2f)   <= 1: %s\n", cr.median, cr.low,
                 cr.high, cr.median <= 1 ? "met" : "NOT met");

@@ -3,6 +3,7 @@
 // request wait for another; and bodies that trickle in, however paced, reach a client in another process whole.
 #include "integration/pipeline_fixture.h"
 #include "integration/server_counts.h"
+#include "web/streams.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -170,7 +171,7 @@ TEST_F(Lifetime, SecondExecuteDoesNotWaitForAFirstRunThatStalled)
         const LONG64 heap = CountsOf(server.pid()).heap;
         ASSERT_EQ(S_OK, Execute(request.get(), first));
         // A full queue is in the server's heap, or in the ring once the stream is taken.
-        const LONG64 full = 262144 - 4096;
+        const LONG64 full = kStreamQueueLimit - kStreamChunkSize;
         vfc::TComPtr<IVnStream> stream;
         LONG queued = 0;
         if (takeStream) {
